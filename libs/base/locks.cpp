@@ -1,0 +1,116 @@
+// Locks: SpinLock recursion over a critical region, and the lazily created process-wide locks.
+#include "locks.h"
+
+#include "locks_p.h"
+#include "system.h"
+
+namespace vanta {
+
+namespace {
+
+inline pthread_t self() { return pthread_self(); }
+
+}  // namespace
+
+SpinLock::SpinLock(unsigned long spinCount) : mData(new SpinLockData) {
+    mData->spinCount = System::getNumProcessors() > 1 ? uint32_t(spinCount) : 0;
+}
+
+SpinLock::~SpinLock() { delete mData; }
+
+int SpinLock::lock(unsigned int timeoutMs) {
+    const pthread_t me = self();
+    if (pthread_equal(mData->owner.load(std::memory_order_relaxed), me)) {
+        ++mData->depth;
+        return 0;
+    }
+    const unsigned int duration = timeoutMs == kForever ? CriticalRegion::kForever : timeoutMs;
+    if (!mData->region.enter(duration, mData->spinCount))
+        return -1;
+    mData->owner.store(me, std::memory_order_relaxed);
+    mData->depth = 1;
+    return 0;
+}
+
+int SpinLock::trylock() { return lock(0); }
+
+int SpinLock::unlock() {
+    if (!pthread_equal(mData->owner.load(std::memory_order_relaxed), self()))
+        return -1;
+    if (--mData->depth > 0)
+        return 0;
+    mData->owner.store(0, std::memory_order_relaxed);
+    mData->region.exit();
+    return 0;
+}
+
+void SpinLock::stealOwnership() { mData->owner.store(self(), std::memory_order_relaxed); }
+
+void SpinLock::forceUnlock() {
+    stealOwnership();
+    unlock();
+}
+
+int SpinLock::depth() const { return isOwnedByCaller() ? mData->depth : 0; }
+
+bool SpinLock::isOwnedByCaller() const {
+    return pthread_equal(mData->owner.load(std::memory_order_relaxed), self());
+}
+
+long TestThenAdd(long volatile* target, long delta) {
+    return __atomic_fetch_add(target, delta, __ATOMIC_SEQ_CST);
+}
+
+namespace {
+
+// The three globals of one process-wide lock. Zero-initialised, so they are valid before any
+// static constructor runs.
+struct ProcessLock {
+    std::atomic<SpinLock*> lock{nullptr};
+    std::atomic<int32_t> inited{0};
+    long volatile interlock = 0;
+
+    void init() {
+        if (inited.load(std::memory_order_acquire) != 0)
+            return;
+        if (TestThenAdd(&interlock, 1) == 0) {
+            // This thread won: it creates the lock. The interlock stays taken for good, so the
+            // lock is never created twice, not even after shutdown.
+            lock.store(new SpinLock(0), std::memory_order_relaxed);
+            inited.store(1, std::memory_order_release);
+            return;
+        }
+        while (inited.load(std::memory_order_acquire) == 0)
+            System::sleep(1);
+        TestThenAdd(&interlock, -1);
+    }
+
+    SpinLock* get() {
+        if (inited.load(std::memory_order_acquire) == 0)
+            init();
+        return lock.load(std::memory_order_relaxed);
+    }
+
+    void shutdown() { delete lock.exchange(nullptr, std::memory_order_acq_rel); }
+};
+
+ProcessLock gGlobal;
+ProcessLock gBlockMain;
+
+}  // namespace
+
+int GlobalLock::lock() { return gGlobalLock()->lock(SpinLock::kForever); }
+int GlobalLock::trylock() { return gGlobalLock()->trylock(); }
+int GlobalLock::unlock() { return gGlobalLock()->unlock(); }
+SpinLock* GlobalLock::gGlobalLock() { return gGlobal.get(); }
+void GlobalLock::initGlobalLock() { gGlobal.init(); }
+void GlobalLock::shutdown() { gGlobal.shutdown(); }
+
+int BlockMainLock::lock() { return gGlobalLock()->lock(SpinLock::kForever); }
+int BlockMainLock::trylock() { return gGlobalLock()->trylock(); }
+int BlockMainLock::unlock() { return gGlobalLock()->unlock(); }
+SpinLock* BlockMainLock::gGlobalLock() { return gBlockMain.get(); }
+void BlockMainLock::initGlobalLock() { gBlockMain.init(); }
+void BlockMainLock::shutdown() { gBlockMain.shutdown(); }
+
+}  // namespace vanta

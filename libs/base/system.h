@@ -1,0 +1,38 @@
+// vanta::System: the process-wide static operations, grouped by the family that implements them.
+#pragma once
+
+namespace vanta {
+
+// A class of static operations with one static instance (see the clock section). Each group of
+// operations below is implemented in the source of its family; the Linux parts live in linux/.
+class System {
+public:
+    // ---- Sleeping and the processor count (locks.cpp, linux/systemlinux.cpp) ----
+
+    // Suspends the calling thread with one nanosleep for ms milliseconds; -1 sleeps for
+    // 2147483647 seconds. An interrupted sleep is not resumed. Returns nanosleep's result.
+    static int sleep(int ms);
+    // The number of online processors.
+    static int getNumProcessors();
+
+    // ---- Threads (thread.cpp, linux/systemspawnlinux.cpp) ----
+
+
+    // ---- Clock, frame timing and random numbers (system.cpp) ----
+
+
+    // ---- Machine description (linux/systemlinux.cpp) ----
+
+
+    // ---- Locales, addresses and the browser (locale.cpp) ----
+
+
+    // ---- Paths and file descriptors (file.cpp, linux/filelinux.cpp) ----
+
+
+    // ---- Timers and message boxes (timer.cpp) ----
+
+
+};
+
+}  // namespace vanta
