@@ -1,5 +1,5 @@
 // Linux implementation of vanta::System's machine-bound operations.
-#include "system.h"
+#include <vanta/system.h>
 
 #include <ctime>
 #include <unistd.h>
