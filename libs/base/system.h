@@ -20,6 +20,10 @@ public:
 
     // ---- Clock, frame timing and random numbers (system.cpp) ----
 
+    // The current frame number; the application advances it once per frame, the library only
+    // reads it (log lines, cache ageing).
+    static int sCurFrame;
+
 
     // ---- Machine description (linux/systemlinux.cpp) ----
 
