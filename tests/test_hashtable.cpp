@@ -31,22 +31,16 @@ TEST(HashCalcNextPrime, PicksTheFirstPrimeAtOrAbove) {
     const struct {
         unsigned int n, expected;
     } rows[] = {
-        {0, 53},          {1, 53},           {15, 53},          {53, 53},
-        {54, 97},         {98, 193},         {1543, 1543},      {1544, 3079},
-        {3221225474u, 4294967291u},          {4294967291u, 4294967291u},
-        {4294967292u, 4294967292u},          {UINT_MAX, UINT_MAX},
+        {0, 53}, {53, 53}, {54, 97}, {1544, 3079}, {3221225474u, 4294967291u},
+        {4294967291u, 4294967291u}, {4294967292u, 4294967292u}, {UINT_MAX, UINT_MAX},
     };
     for (const auto& row : rows)
         EXPECT_EQ(HashCalcNextPrime(row.n), row.expected) << row.n;
 }
 
-TEST(HashTable, SizesOnceFromThePrimeList) {
-    EXPECT_EQ(ItemTable(15).getBucketCount(), 53u);
-    EXPECT_EQ(ItemTable(100).getBucketCount(), 193u);
-}
-
 TEST(HashTable, HoldsEachPointerOnceButEqualKeysTwice) {
     ItemTable table;
+    ASSERT_EQ(table.getBucketCount(), 53u);
     Item first{7}, second{7};
     EXPECT_TRUE(table.insert(first));
     EXPECT_FALSE(table.insert(first)) << "the same object twice";
@@ -115,19 +109,4 @@ TEST(HashTable, CountersAddTheNodesPassed) {
     EXPECT_EQ(after.lookups, lookups + 1) << "clear keeps the counters";
     EXPECT_EQ(after.hits, hits);
     EXPECT_EQ(after.probes, probes);
-}
-
-TEST(HashTable, ClearedTableTakesElementsAgain) {
-    ItemTable table;
-    Item items[200];
-    for (unsigned int i = 0; i < 200; ++i) {
-        items[i].key = i;
-        ASSERT_TRUE(table.insert(items[i]));
-    }
-    EXPECT_EQ(table.getCount(), 200u);
-    table.clear();
-    for (Item& item : items)
-        EXPECT_TRUE(table.insert(item)) << "clear must drop every node";
-    for (unsigned int i = 0; i < 200; ++i)
-        EXPECT_EQ(table.find(i), &items[i]);
 }

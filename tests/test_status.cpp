@@ -9,8 +9,6 @@
 #include <QFile>
 
 #include <cstdio>
-#include <memory>
-#include <vector>
 
 using namespace vanta;
 
@@ -70,9 +68,6 @@ TEST(StatusApp, SeverityWordsAndNames) {
         const unsigned int c = code(severity, 0, 3);
         EXPECT_EQ(getSeverityString(c), QString::fromUtf8(words[severity]));
         EXPECT_EQ(StatusGetSeverityString(c), QString::fromUtf8(words[severity]));
-        EXPECT_EQ(StatusGetSeverityString(code(severity, 0x3fff, 3)),
-                  QString::fromUtf8(words[severity]))
-            << "unregistered subsystems use the common table";
     }
     EXPECT_EQ(StatusGetSubsysName(code(3, 0, 0)), QStringLiteral("APP"));
     ASSERT_NE(appSubsys, nullptr);
@@ -108,7 +103,6 @@ TEST(StatusRegistry, UnregisteredNumbersAreNotErrors) {
     EXPECT_EQ(StatusGetSubsysName(c), QStringLiteral("Invalid"));
     EXPECT_EQ(StatusGetSeverityString(c), QStringLiteral("Error"));
     EXPECT_TRUE(StatusGetErrorString(c).isNull());
-    EXPECT_EQ(StatusGetPrintable(c), QStringLiteral("Could not decode error 0xc0050002"));
 }
 
 TEST(StatusRegistry, SeverityBitsTakeNoPartInTheLookup) {
@@ -127,19 +121,6 @@ TEST(StatusRegistry, NewestOfOneNumberWinsThenTheOlderAgain) {
     }
     EXPECT_EQ(getSubsys(9), &older);
     EXPECT_EQ(StatusGetSubsysName(code(3, 9, 0)), QStringLiteral("OLD"));
-}
-
-TEST(StatusRegistry, DestroyedSubsystemsLeaveTheRegistry) {
-    const unsigned int before = subsysTable.load()->getCount();
-    {
-        std::vector<std::unique_ptr<NetSubsys>> many;
-        for (unsigned short n = 100; n < 140; ++n)
-            many.push_back(std::make_unique<NetSubsys>(n));
-        EXPECT_EQ(subsysTable.load()->getCount(), before + 40);
-        EXPECT_EQ(getSubsys(120), many[20].get());
-    }
-    EXPECT_EQ(subsysTable.load()->getCount(), before);
-    EXPECT_EQ(getSubsys(120), nullptr);
 }
 
 TEST(StatusRegistry, EmptyNamesBecomeUnknown) {
