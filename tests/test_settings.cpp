@@ -316,7 +316,7 @@ TEST(TypedSetting, FromString) {
     }
     struct IntRow { const char* text; int expected; };
     for (const IntRow& row : {IntRow{"42", 42}, {"  -17 apples", -17}, {"+8", 8}, {"12.9", 12},
-                              {"abc", 0}, {"", 0}, {"0x1f", 31}}) {
+                              {"abc", 0}, {"", 0}, {"0x1f", 31}, {"017", 15}}) {
         IntSetting s(g, "i", -99);
         s.fromString(row.text);
         EXPECT_EQ(s.getValue(), row.expected) << '"' << row.text << '"';

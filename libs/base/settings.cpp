@@ -161,7 +161,7 @@ Setting::~Setting() {
 
 bool Setting::isOrphan() const { return mPrevOrphan || sOrphanedSettings == this; }
 
-void Setting::notifyChanged() {
+void Setting::notifyObservers() {
     mObservers.notify(&SettingObserver::onSettingChanged, SettingObserver::Event{this}, false);
     // Read the group only now: an observer may have destroyed it.
     if (mGroup)

@@ -180,8 +180,12 @@ public:
     const ObserverList& observers() const { return mObservers; }
 
 protected:
-    // Tells the setting's enabled observers, then its group's, of a real change.
-    void notifyChanged();
+    // Tells the setting's enabled observers, then its group's, of a real change. Inline up to
+    // the common case of nobody listening, which then costs two loads and no call.
+    void notifyChanged() {
+        if (!mObservers.isEmpty() || (mGroup && !mGroup->mObservers.isEmpty()))
+            notifyObservers();
+    }
     // Detaches every observer and tells the enabled ones; the first thing a concrete
     // setting's destructor does. The group's observers are not told.
     void notifyPreDelete();
@@ -199,6 +203,8 @@ protected:
 private:
     friend class SettingGroup;
     friend class SettingObserver;
+
+    void notifyObservers();
 
     int mModifier = 0;
     ObserverList mObservers;
