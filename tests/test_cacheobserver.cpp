@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <memory>
 #include <vector>
 
@@ -12,51 +11,35 @@ using namespace vanta;
 
 namespace {
 
-// A cache with a byte budget: when over it, it asks its observers for the least recently used
-// one and reclaims it, until the budget holds or nobody qualifies.
+// A cache with a byte budget: while over it, it reclaims the least recently used observer.
 class ReferenceCache : public CacheObserver::Cache {
 public:
-    explicit ReferenceCache(long budget) : budget(budget) {}
-
     void changeReclaimableBytes(int delta) override {
         reclaimable += delta;
         deltas.push_back(delta);
     }
-    ObserverList* getObserverList() override { return &mObservers; }
+    ObserverList* getObserverList() override { return &observers; }
 
-    // The observer getLru picks over the whole list, or null.
     CacheObserver* findVictim(bool takeAny) {
         CacheObserver::Event event;
         event.takeAny = takeAny ? 1 : 0;
-        for (Observer* o = mObservers.first(); o;) {
-            Observer* next = o->next();
-            if (o->isEnabled())
-                static_cast<CacheObserver*>(o)->getLru(event);
-            o = next;
-        }
+        for (Observer* o = observers.first(); o; o = o->next())
+            static_cast<CacheObserver*>(o)->getLru(event);
         return event.bestObserver;
     }
-
-    // Reclaims least recently used entries until within budget; the number reclaimed.
-    int trim() {
+    int trim() {  // the number of observers reclaimed
         int count = 0;
-        while (reclaimable > budget) {
-            CacheObserver* victim = findVictim(false);
-            if (!victim)
-                break;
+        for (CacheObserver* victim; reclaimable > budget && (victim = findVictim(false)); ++count) {
             CacheObserver::Event event;
             victim->reclaim(event);
-            ++count;
         }
         return count;
     }
 
-    long budget;
+    long budget = 1000;
     long reclaimable = 0;
     std::vector<int> deltas;
-
-private:
-    ObserverList mObservers;
+    ObserverList observers;
 };
 
 // A cached object that remembers when it was last used and frees its bytes when reclaimed.
@@ -64,120 +47,86 @@ class Tile : public CacheObserver {
 public:
     Tile(int bytes, int lastUsed) : lastUsed(lastUsed) { changeUnpooledBytes(bytes); }
     ~Tile() override { changeUnpooledBytes(-getUnpooledBytes()); }
-
     void reclaim(Event&) override {
         changeUnpooledBytes(-getUnpooledBytes());
         lastUsed = -1;  // nothing left to offer
     }
     int getLastUsedFrame(Event&) override { return lastUsed; }
-
     int lastUsed;
 };
 
 class CacheObserverTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        mSavedFrame = System::sCurFrame;
         System::sCurFrame = 100;
         CacheObserver::sGlobalCache = &cache;
     }
     void TearDown() override {
         CacheObserver::sGlobalCache = nullptr;
-        System::sCurFrame = mSavedFrame;
+        System::sCurFrame = 0;
     }
-    ReferenceCache cache{1000};
-
-private:
-    int mSavedFrame = 0;
+    ReferenceCache cache;
 };
 
 }  // namespace
 
 TEST(CacheObserverWithoutCache, OnlyItsOwnFieldsChange) {
-    ASSERT_EQ(CacheObserver::sGlobalCache, nullptr);
     Tile t(300, 0);
-    EXPECT_EQ(t.list(), nullptr);
-    EXPECT_EQ(t.getUnpooledBytes(), 300);
     t.setIsReclaimable(false);
     t.changeUnpooledBytes(-100);
     t.setIsReclaimable(true);
     EXPECT_EQ(t.list(), nullptr);
     EXPECT_EQ(t.getUnpooledBytes(), 200);
-    EXPECT_TRUE(t.isReclaimable());
 }
 
-TEST_F(CacheObserverTest, AgeingBoundaryAndTies) {
-    // Frame 100: anything used at 96 or later is protected; the oldest of the rest wins and the
-    // first found (the newest attached) wins a tie.
-    struct Row { const char* name; std::vector<int> frames; int expectedIndex; };
+TEST_F(CacheObserverTest, AgeingProtectsTheLastFiveFrames) {
+    // Frame 100: last used at 96 or later is protected; the oldest of the rest wins, and the
+    // first visited (the newest attached) wins a tie. With takeAny the last visited wins.
+    struct Row { const char* name; std::vector<int> frames; int expected; int expectedTakeAny; };
     const Row rows[] = {
-        {"current minus 4 is protected", {96}, -1},
-        {"current minus 5 qualifies", {95}, 0},
-        {"current frame is protected", {100}, -1},
-        {"oldest wins", {90, 50, 95}, 1},
-        {"tie goes to the first visited (newest attached)", {50, 50}, 1},
-        {"negative answers are never chosen", {-1, 97}, -1},
-        {"a frame from the future is protected", {500}, -1},
+        {"current minus 4 is protected", {96}, -1, 0},
+        {"current minus 5 qualifies", {95}, 0, 0},
+        {"oldest wins", {90, 50, 95}, 1, 0},
+        {"tie goes to the newest attached", {50, 50}, 1, 0},
+        {"negative answers are never chosen", {-1, 97}, -1, 1},
+        {"future frames are protected", {500}, -1, 0},
     };
     for (const Row& row : rows) {
         std::vector<std::unique_ptr<Tile>> tiles;
         for (int f : row.frames)
             tiles.push_back(std::make_unique<Tile>(1, f));
-        CacheObserver* expected = row.expectedIndex < 0 ? nullptr : tiles[size_t(row.expectedIndex)].get();
-        EXPECT_EQ(cache.findVictim(false), expected) << row.name;
+        auto pick = [&](int i) { return i < 0 ? nullptr : tiles[size_t(i)].get(); };
+        EXPECT_EQ(cache.findVictim(false), pick(row.expected)) << row.name;
+        EXPECT_EQ(cache.findVictim(true), pick(row.expectedTakeAny)) << row.name;
     }
-}
-
-TEST_F(CacheObserverTest, TakeAnyLetsTheLastVisitedWinAndReturnsTheFrame) {
-    Tile oldest(1, 10);
-    Tile recent(1, 99);  // newest: visited first
-    Tile empty(1, -7);
-    EXPECT_EQ(cache.findVictim(true), &oldest) << "the last non-negative observer visited wins";
-
-    CacheObserver::Event event;
-    event.takeAny = 1;
-    EXPECT_EQ(empty.getLru(event), -7);
-    EXPECT_EQ(event.bestObserver, nullptr);
-    EXPECT_EQ(recent.getLru(event), 99);
-    EXPECT_EQ(event.bestObserver, &recent);
-    EXPECT_EQ(event.bestFrame, 99);
 }
 
 TEST_F(CacheObserverTest, ReclaimableSwitchReportsExactBytesAndMovesToTheHead) {
     Tile a(1000, 0);
     Tile b(10, 0);
-    ASSERT_EQ(cache.getObserverList()->first(), &b);
+    ASSERT_EQ(cache.observers.first(), &b);
     cache.deltas.clear();
-
     a.setIsReclaimable(false);
-    a.setIsReclaimable(false);  // already off: nothing reported
+    a.setIsReclaimable(false);  // no change: nothing reported
     EXPECT_EQ(a.list(), nullptr);
-    EXPECT_EQ(cache.getObserverList()->count(), 1);
     a.changeUnpooledBytes(24);  // not reported while not reclaimable
     a.setIsReclaimable(true);
     EXPECT_EQ(cache.deltas, (std::vector<int>{-1000, 1024}));
-    EXPECT_EQ(cache.getObserverList()->first(), &a);
+    EXPECT_EQ(cache.observers.first(), &a);
     EXPECT_EQ(cache.reclaimable, 1034);
 }
 
 TEST_F(CacheObserverTest, ReferenceCacheReclaimsLeastRecentlyUsedUntilWithinBudget) {
-    auto fresh = std::make_unique<Tile>(400, 99);
-    auto old = std::make_unique<Tile>(400, 20);
-    auto older = std::make_unique<Tile>(400, 10);
-    auto pinned = std::make_unique<Tile>(400, 5);
-    pinned->setIsReclaimable(false);
-    EXPECT_EQ(cache.reclaimable, 1200);
-
+    Tile fresh(400, 99), old(400, 20), older(400, 10), pinned(400, 5);
+    pinned.setIsReclaimable(false);
     EXPECT_EQ(cache.trim(), 1);
-    EXPECT_EQ(older->getUnpooledBytes(), 0);
-    EXPECT_EQ(old->getUnpooledBytes(), 400);
-    EXPECT_EQ(pinned->getUnpooledBytes(), 400);
+    EXPECT_EQ(older.getUnpooledBytes(), 0);
     EXPECT_EQ(cache.reclaimable, 800);
 
-    // With no budget left everything that qualifies goes; the recent tile is protected.
-    cache.budget = 0;
+    cache.budget = 0;  // everything that qualifies goes; recent and pinned tiles stay
     EXPECT_EQ(cache.trim(), 1);
-    EXPECT_EQ(old->getUnpooledBytes(), 0);
-    EXPECT_EQ(fresh->getUnpooledBytes(), 400);
+    EXPECT_EQ(old.getUnpooledBytes(), 0);
+    EXPECT_EQ(fresh.getUnpooledBytes(), 400);
+    EXPECT_EQ(pinned.getUnpooledBytes(), 400);
     EXPECT_EQ(cache.reclaimable, 400);
 }

@@ -56,13 +56,3 @@ TEST(STATIC_SUITE, GroupClassMembersAreListedInDeclarationOrder) {
     EXPECT_TRUE(gOptions.firstRun.getSecondFlag());
     EXPECT_FALSE(gOptions.width.getSecondFlag());
 }
-
-TEST(STATIC_SUITE, StaticSettingsChangeAndRollBack) {
-    Setting::pushAllSettings();
-    gAlpha.set(10);
-    gOptions.width.setVal(1024.7);
-    EXPECT_EQ(gOptions.width.getValue(), 1024);
-    EXPECT_TRUE(Setting::popAllSettings());
-    EXPECT_EQ(gAlpha.getValue(), 1);
-    EXPECT_EQ(gOptions.width.getValue(), 800);
-}
