@@ -61,8 +61,9 @@ private:
     std::vector<T> mSaved;  // the most recently saved value is at the back
 };
 
+// Inline so callers skip the call into the library for the common, unobserved change.
 template <class T>
-void TypedSetting<T>::set(T value) {
+inline void TypedSetting<T>::set(T value) {
     stampModifier();
     if (value == mValue)
         return;
