@@ -1,0 +1,246 @@
+// Tests of the machine description: names, the processor table, memory, GUIDs, graphics card.
+#include <vanta/sysinfo.h>
+#include <vanta/sysinfo_p.h>
+#include <vanta/system.h>
+
+#include "testsupport.h"
+
+#include <QFile>
+
+#include <gtest/gtest.h>
+
+#include <sys/utsname.h>
+
+using namespace vanta;
+
+namespace {
+
+// A number from /proc/meminfo in kilobytes, read here independently of the library.
+long long meminfoKB(const char* key) {
+    QFile f(QStringLiteral("/proc/meminfo"));
+    if (!f.open(QIODevice::ReadOnly))
+        return -1;
+    for (const QByteArray& line : f.readAll().split('\n')) {
+        if (line.startsWith(QByteArray(key) + ':'))
+            return line.mid(int(strlen(key)) + 1).trimmed().split(' ').first().toLongLong();
+    }
+    return -1;
+}
+
+QString fakeSysfs(const char* name) { return QStringLiteral(VANTA_TEST_DATA "/sysinfo/") + name; }
+
+}  // namespace
+
+TEST(OSName, EveryValueAndTheUnknown) {
+    const char* names[] = {"UNKNOWN",
+                           "Microsoft Win32s",
+                           "Microsoft Windows 95",
+                           "Windows 98",
+                           "Windows ME",
+                           "Microsoft Windows NT",
+                           "Microsoft Windows 2000",
+                           "Microsoft Windows XP",
+                           "Microsoft Windows Server",
+                           "Microsoft Windows Vista",
+                           "Mac OS X",
+                           "Linux",
+                           "UNKNOWN"};
+    for (int value = 0; value <= 12; ++value)
+        EXPECT_EQ(System::getOSName(System::OSVersion(value)), QString::fromUtf8(names[value]))
+            << value;
+    EXPECT_EQ(System::getOSName(System::OSVersion(-1)), QStringLiteral("UNKNOWN"));
+}
+
+TEST(OSVersion, KernelReleases) {
+    const struct {
+        const char* release;
+        int major, minor, build, servicePack;
+    } rows[] = {{"6.1.0-18-amd64", 6, 1, 0, 18},
+                {"6.18.44-fc-v595", 6, 18, 44, 0},
+                {"5.15.0-1051-azure", 5, 15, 0, 1051},
+                {"4.19.0", 4, 19, 0, 0},
+                {"6.8", 6, 8, 0, 0},
+                {"6.5.0rc1+", 6, 5, 0, 0},
+                {"3.10.0-1160.el7.x86_64", 3, 10, 0, 1160},
+                {"", 0, 0, 0, 0},
+                {"garbage", 0, 0, 0, 0},
+                {"99999999999999.1.2-3", 999999999, 1, 2, 3}};
+    for (const auto& row : rows) {
+        int major = -1, minor = -1, build = -1, servicePack = -1;
+        sysinfo::parseKernelRelease(row.release, major, minor, build, servicePack);
+        EXPECT_EQ(major, row.major) << row.release;
+        EXPECT_EQ(minor, row.minor) << row.release;
+        EXPECT_EQ(build, row.build) << row.release;
+        EXPECT_EQ(servicePack, row.servicePack) << row.release;
+    }
+}
+
+TEST(OSVersion, ThisMachineIsLinuxWithItsKernelNumbers) {
+    System::OSVersion os = System::kMacOSX;
+    int major = -1, minor = -1, build = -1, servicePack = -1;
+    System::getOSVersion(os, major, minor, build, servicePack);
+    EXPECT_EQ(os, System::kLinux);
+    EXPECT_EQ(System::getOSVersion(), System::kLinux);
+    utsname names;
+    ASSERT_EQ(uname(&names), 0);
+    EXPECT_EQ(QByteArray(names.release).split('.').first().toInt(), major);
+    EXPECT_EQ(System::getOSVersionString(), QStringLiteral("Linux (%1.%2.%3.%4)")
+                                                .arg(major)
+                                                .arg(minor)
+                                                .arg(build)
+                                                .arg(servicePack));
+}
+
+TEST(ProcessorType, MappingTable) {
+    const struct {
+        int type, subtype, code;
+    } rows[] = {
+        {18, 1, int(0x80000001u)},   {18, 3, int(0x80000003u)},  {18, 4, int(0x80000006u)},
+        {18, 6, int(0x80000004u)},   {18, 7, int(0x80000009u)},  {18, 9, int(0x800002EEu)},
+        {18, 10, int(0x80001CE8u)},  {18, 100, int(0x800003CAu)}, {18, 2, int(0x80000001u)},
+        {18, 0, int(0x80000001u)},   {7, 3, 3},                  {7, 4, 4},
+        {7, 5, 5},                   {7, 22, 5},                 {7, 54, 6},
+        {7, 86, 6},                  {7, 6, 3},                  {7, 0, 3},
+        {12, 9, 0},                  {0, 0, 0},                  {-1, 86, 0},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(System::processorTypeFor(row.type, row.subtype), row.code)
+            << row.type << "/" << row.subtype;
+}
+
+TEST(ProcessorType, X86FamiliesFeedTheTable) {
+    const struct {
+        int family, code;
+    } rows[] = {{0, 0}, {2, 0}, {3, 3}, {4, 4}, {5, 5}, {6, 6}, {15, 6}, {25, 6}};
+    for (const auto& row : rows) {
+        int type = -1, subtype = -1;
+        sysinfo::x86Report(row.family, type, subtype);
+        EXPECT_EQ(System::processorTypeFor(type, subtype), row.code) << row.family;
+    }
+#if defined(__x86_64__)
+    EXPECT_EQ(System::getProcessorType(), 6);  // every x86-64 processor is family 6 or later
+#endif
+}
+
+TEST(Processor, CountAndClockArePlausible) {
+    QFile cpuinfo(QStringLiteral("/proc/cpuinfo"));
+    ASSERT_TRUE(cpuinfo.open(QIODevice::ReadOnly));
+    int listed = 0;
+    for (const QByteArray& line : cpuinfo.readAll().split('\n'))
+        listed += line.startsWith("processor") ? 1 : 0;
+    EXPECT_EQ(System::getNumProcessors(), listed);
+
+    const float hz = System::getProcessorClockSpeed();
+    if (hz != 0.0f) {  // 0 is the honest answer where the system does not say
+        EXPECT_GT(hz, 1e8f);
+        EXPECT_LT(hz, 1e11f);
+    }
+}
+
+TEST(Memory, SaturationAtTwoGigabytes) {
+    const struct {
+        long long bytes;
+        int mb;
+    } rows[] = {{0, 0},
+                {1048575, 0},
+                {1048576, 1},
+                {2147483647LL, 2047},
+                {2147483648LL, 2047},
+                {1LL << 40, 2047},
+                {-1, 2047}};
+    for (const auto& row : rows)
+        EXPECT_EQ(sysinfo::saturatedMB(row.bytes), row.mb) << row.bytes;
+}
+
+TEST(Memory, FiguresAgreeWithProcMeminfo) {
+    const long long totalKB = meminfoKB("MemTotal");
+    ASSERT_GT(totalKB, 0);
+    int physical = -1, virtual_ = -1;
+    System::getTotalMemoryMB(physical, virtual_);
+    EXPECT_EQ(physical, int((totalKB * 1024) >> 20));
+    EXPECT_EQ(virtual_, 4 * physical);
+
+    System::getAvailableMemoryMB(physical, virtual_);
+    EXPECT_EQ(virtual_, 2047);
+    const long long availableKB = meminfoKB("MemAvailable");
+    // Memory moves between the two readings; allow a little slack either way.
+    const int expected = sysinfo::saturatedMB(availableKB * 1024);
+    EXPECT_NEAR(physical, expected, 64);
+
+    System::getUsedMemoryMB(physical, virtual_);
+    EXPECT_GE(physical, 0);
+    EXPECT_LE(physical, 2047);
+    EXPECT_NEAR(physical, sysinfo::saturatedMB((totalKB - availableKB) * 1024), 64);
+    EXPECT_GE(virtual_, 0);
+    EXPECT_LE(virtual_, 2047);
+}
+
+TEST(GUID, FreshRfc4122Values) {
+    const System::GUID a = System::getGUID();
+    const System::GUID b = System::getGUID();
+    EXPECT_NE(a, b);
+    // In RFC 4122 byte order the version nibble leads byte 6 and the variant bits lead byte 8.
+    EXPECT_EQ(a.bytes[6] >> 4, 4);
+    EXPECT_EQ(a.bytes[8] & 0xC0, 0x80);
+}
+
+TEST(FixedAnswers, ProviderStatsAndIntelFeatures) {
+    unsigned long size = 99;
+    char buffer[4];
+    EXPECT_FALSE(System::loadProviderStats(buffer, size));
+    EXPECT_EQ(size, 0ul);
+    EXPECT_FALSE(System::saveProviderStats(buffer, sizeof buffer));
+    EXPECT_FALSE(System::supportsIntelMMX());
+    EXPECT_FALSE(System::supportsIntelSIMD());
+}
+
+TEST(GfxCardInfo, FirstCardWithMemoryInNumericOrder) {
+    GfxCardInfoLinux card(fakeSysfs("drm-cards"));
+    int mb = -1;
+    // card2 (8 GiB) comes before card10 (1 GiB); card0 reports no memory; connectors are skipped.
+    ASSERT_TRUE(card.getGraphicsCardMemoryInMB(mb));
+    EXPECT_EQ(mb, 8192);
+    QString text;
+    EXPECT_TRUE(card.getDisplayDeviceID(text));
+    EXPECT_EQ(text, QStringLiteral("0x1002:0x73bf"));
+    EXPECT_TRUE(card.getGraphicsCardVendor(text));
+    EXPECT_EQ(text, QStringLiteral("0x1002"));
+    EXPECT_TRUE(card.getGraphicsCardDriver(text));
+    EXPECT_EQ(text, QStringLiteral("amdgpu"));
+    EXPECT_FALSE(card.getGraphicsCardChipset(text));
+    EXPECT_EQ(text, QStringLiteral("unimplemented"));
+}
+
+TEST(GfxCardInfo, CardsWithoutMemoryOrNoCardsAtAll) {
+    GfxCardInfoLinux noMemory(fakeSysfs("drm-novram"));
+    int mb = -1;
+    EXPECT_FALSE(noMemory.getGraphicsCardMemoryInMB(mb));
+    EXPECT_EQ(mb, -1);  // untouched
+    QString text;
+    EXPECT_TRUE(noMemory.getDisplayDeviceID(text));
+    EXPECT_EQ(text, QStringLiteral("0x8086:0x46a6"));
+    EXPECT_TRUE(noMemory.getGraphicsCardDriver(text));
+    EXPECT_EQ(text, QStringLiteral("i915"));
+
+    GfxCardInfoLinux nothing(fakeSysfs("no-such-tree"));
+    EXPECT_FALSE(nothing.getGraphicsCardMemoryInMB(mb));
+    for (auto getter : {&GfxCardInfo::getDisplayDeviceID, &GfxCardInfo::getGraphicsCardVendor,
+                        &GfxCardInfo::getGraphicsCardChipset, &GfxCardInfo::getGraphicsCardDriver}) {
+        text.clear();
+        EXPECT_FALSE((nothing.*getter)(text));
+        EXPECT_EQ(text, QStringLiteral("unimplemented"));
+    }
+}
+
+TEST(GfxCardInfo, SingletonIsRebuiltAfterDelete) {
+    GfxCardInfo* first = GfxCardInfo::getSingleton();
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(GfxCardInfo::getSingleton(), first);
+    EXPECT_EQ(GfxCardInfoLinux::sSingleton, first);
+    delete first;
+    EXPECT_EQ(GfxCardInfoLinux::sSingleton, nullptr);
+    GfxCardInfo* second = GfxCardInfo::getSingleton();
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(GfxCardInfoLinux::sSingleton, second);
+    delete second;
+}
