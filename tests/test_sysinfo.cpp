@@ -195,7 +195,7 @@ TEST(FixedAnswers, ProviderStatsAndIntelFeatures) {
 }
 
 TEST(GfxCardInfo, FirstCardWithMemoryInNumericOrder) {
-    GfxCardInfoLinux card(fakeSysfs("drm-cards"));
+    GfxCardInfoLinux card(fakeSysfs("drm-cards"), false);
     int mb = -1;
     // card2 (8 GiB) comes before card10 (1 GiB); card0 reports no memory; connectors are skipped.
     ASSERT_TRUE(card.getGraphicsCardMemoryInMB(mb));
@@ -212,7 +212,7 @@ TEST(GfxCardInfo, FirstCardWithMemoryInNumericOrder) {
 }
 
 TEST(GfxCardInfo, CardsWithoutMemoryOrNoCardsAtAll) {
-    GfxCardInfoLinux noMemory(fakeSysfs("drm-novram"));
+    GfxCardInfoLinux noMemory(fakeSysfs("drm-novram"), false);
     int mb = -1;
     EXPECT_FALSE(noMemory.getGraphicsCardMemoryInMB(mb));
     EXPECT_EQ(mb, -1);  // untouched
@@ -222,7 +222,7 @@ TEST(GfxCardInfo, CardsWithoutMemoryOrNoCardsAtAll) {
     EXPECT_TRUE(noMemory.getGraphicsCardDriver(text));
     EXPECT_EQ(text, QStringLiteral("i915"));
 
-    GfxCardInfoLinux nothing(fakeSysfs("no-such-tree"));
+    GfxCardInfoLinux nothing(fakeSysfs("no-such-tree"), false);
     EXPECT_FALSE(nothing.getGraphicsCardMemoryInMB(mb));
     for (auto getter : {&GfxCardInfo::getDisplayDeviceID, &GfxCardInfo::getGraphicsCardVendor,
                         &GfxCardInfo::getGraphicsCardChipset, &GfxCardInfo::getGraphicsCardDriver}) {
