@@ -1,4 +1,4 @@
-// Tests of vanta::Library (loading a real plugin by short name) and the autorelease tokens.
+// Tests of vanta::Library: a real plugin loaded by short name from an install folder.
 #include <vanta/library.h>
 #include <vanta/system.h>
 
@@ -54,12 +54,14 @@ TEST_F(LibraryTest, LoadsByBaseNameAndResolves) {
         EXPECT_TRUE(library.isLoaded());
         EXPECT_FALSE(library.load());  // already loaded
 
-        auto twice = reinterpret_cast<TwiceFn>(library.resolve(QStringLiteral("vantaTestPluginTwice")));
+        auto twice =
+            reinterpret_cast<TwiceFn>(library.resolve(QStringLiteral("vantaTestPluginTwice")));
         ASSERT_NE(twice, nullptr);
         EXPECT_EQ(twice(21), 42);
-        auto* loads = static_cast<int*>(library.resolve(QStringLiteral("vantaTestPluginLoads")));
+        auto loads =
+            reinterpret_cast<int (*)()>(library.resolve(QStringLiteral("vantaTestPluginLoads")));
         ASSERT_NE(loads, nullptr);
-        EXPECT_GE(*loads, 1);
+        EXPECT_GE(loads(), 1);  // the loader ran the plugin's initialiser
         EXPECT_EQ(library.resolve(QStringLiteral("noSuchSymbol")), nullptr);
 
         EXPECT_TRUE(library.unload());
@@ -67,19 +69,15 @@ TEST_F(LibraryTest, LoadsByBaseNameAndResolves) {
         EXPECT_FALSE(library.unload());
         EXPECT_EQ(library.resolve(QStringLiteral("vantaTestPluginTwice")), nullptr);
         EXPECT_TRUE(library.load());  // loads again after unload
-        library.unload();
     }
-}
-
-TEST_F(LibraryTest, DestroyingDoesNotUnload) {
+    // Destroying a Library does not unload it: what it resolved stays callable.
     TwiceFn twice = nullptr;
     {
         Library library(QStringLiteral("vantatestplugin"));
         ASSERT_TRUE(library.load());
         twice = reinterpret_cast<TwiceFn>(library.resolve(QStringLiteral("vantaTestPluginTwice")));
-        ASSERT_NE(twice, nullptr);
     }
-    EXPECT_EQ(twice(5), 10);  // still mapped
+    EXPECT_EQ(twice(5), 10);
 }
 
 TEST_F(LibraryTest, EmptyNameIsTheProgramItself) {
@@ -101,11 +99,4 @@ TEST_F(LibraryTest, MissingLibraryReportsAndStaysUnloaded) {
         EXPECT_EQ(said.back(), '\n');
         EXPECT_FALSE(library.isLoaded());
     }
-}
-
-TEST(AutoreleasePool, TokenIsAcceptedBack) {
-    void* pool = createAutoreleasePool();
-    EXPECT_NE(pool, nullptr);
-    releaseAutoreleasePool(pool);
-    releaseAutoreleasePool(nullptr);
 }

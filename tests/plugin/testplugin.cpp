@@ -1,10 +1,11 @@
-// A plugin for the library loader tests: exports a function and a counter its initialiser sets.
+// A plugin for the library loader tests: exports a function, and tells whether its initialiser ran.
+namespace {
+// File-local, so a second copy of the plugin loaded with global symbols counts its own loads.
+int gLoads = 0;
+__attribute__((constructor)) void countLoad() { ++gLoads; }
+}  // namespace
+
 extern "C" {
-
-int vantaTestPluginLoads = 0;
-
-// Runs when the loader maps the plugin, so the tests can see initialisers ran.
-__attribute__((constructor)) static void countLoad() { ++vantaTestPluginLoads; }
-
+int vantaTestPluginLoads() { return gLoads; }
 int vantaTestPluginTwice(int x) { return 2 * x; }
 }

@@ -25,7 +25,9 @@ void printMachine() {
     System::getTotalMemoryMB(physical, virtual_);
     out(QStringLiteral("total memory (MB): %1 physical, %2 virtual").arg(physical).arg(virtual_));
     System::getAvailableMemoryMB(physical, virtual_);
-    out(QStringLiteral("available memory (MB): %1 physical, %2 virtual").arg(physical).arg(virtual_));
+    out(QStringLiteral("available memory (MB): %1 physical, %2 virtual")
+            .arg(physical)
+            .arg(virtual_));
     System::getUsedMemoryMB(physical, virtual_);
     out(QStringLiteral("used memory (MB): %1 physical, %2 virtual").arg(physical).arg(virtual_));
 

@@ -1,4 +1,4 @@
-// Linux file descriptor calls, whole-file copy and move, and stat for vanta::System and vanta::file.
+// Linux descriptor calls, whole-file copy and move, and stat (vanta::System, vanta::file).
 #include <vanta/file.h>
 #include <vanta/system.h>
 
@@ -58,7 +58,9 @@ bool copyTree(const QString& from, const QString& to) {
         source.entryInfoList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
     for (const QFileInfo& entry : entries) {
         const QString target = to + QLatin1Char('/') + entry.fileName();
-        if (entry.isSymLink() ? !copyLink(entry.filePath(), target) : !copyTree(entry.filePath(), target))
+        const bool copied = entry.isSymLink() ? copyLink(entry.filePath(), target)
+                                              : copyTree(entry.filePath(), target);
+        if (!copied)
             return false;
     }
     return true;

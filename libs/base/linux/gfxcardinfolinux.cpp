@@ -211,7 +211,9 @@ bool GfxCardInfoLinux::getGraphicsCardVendor(QString& vendor) {
     return answer(mGlVendor.isEmpty() ? mVendor : mGlVendor, vendor);
 }
 
-bool GfxCardInfoLinux::getGraphicsCardChipset(QString& chipset) { return answer(mChipset, chipset); }
+bool GfxCardInfoLinux::getGraphicsCardChipset(QString& chipset) {
+    return answer(mChipset, chipset);
+}
 
 bool GfxCardInfoLinux::getGraphicsCardDriver(QString& driver) {
     return answer(mDriver.isEmpty() ? mGlVersion : mDriver, driver);
