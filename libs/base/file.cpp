@@ -21,7 +21,7 @@ namespace vanta {
 namespace {
 
 // The folder name the application keeps its own files under.
-const QString kProductFolder = QStringLiteral("/Orvane Vanta");
+constexpr char kProductFolder[] = "/Orvane Vanta";
 
 // Status codes of makeAbsDirPath: application subsystem, severity error, codes 1 and 8.
 constexpr unsigned int kStatusEmptyPath = 0xC0000001u;
@@ -30,7 +30,7 @@ constexpr unsigned int kStatusIoFailed = 0xC0000008u;
 // A per-user folder + the product folder, created (one level) when missing. A failed creation
 // is not reported: callers find out when they write.
 QString productFolderIn(QStandardPaths::StandardLocation where) {
-    const QString path = QStandardPaths::writableLocation(where) + kProductFolder;
+    const QString path = QStandardPaths::writableLocation(where) + QLatin1String(kProductFolder);
     if (!QDir(path).exists())
         QDir().mkdir(path);
     return path;

@@ -20,8 +20,6 @@ GfxCardInfoLinux* GfxCardInfoLinux::sSingleton = nullptr;
 
 namespace {
 
-const QString kUnimplemented = QStringLiteral("unimplemented");
-
 // The DRM card folders (card0, card1, ...; not their connectors such as card0-HDMI-A-1) in
 // numeric order, so card10 comes after card2.
 QStringList cardFolders(const QString& drmDir) {
@@ -195,7 +193,7 @@ namespace {
 
 // Writes value, or "unimplemented" when it is unknown; true when it was known.
 bool answer(const QString& value, QString& out) {
-    out = value.isEmpty() ? kUnimplemented : value;
+    out = value.isEmpty() ? QStringLiteral("unimplemented") : value;
     return !value.isEmpty();
 }
 
