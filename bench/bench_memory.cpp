@@ -248,7 +248,8 @@ const bool sIsChild = [] {
 // Runs a workload in a fresh child process of this benchmark; with jemalloc, that child has
 // jemalloc preloaded as its malloc. Returns the child's figure, 0 when it failed.
 double inChild(const char* workload, const char* allocator) {
-    const std::string request = std::string("VANTA_BENCH_MEMORY_CHILD=") + workload + " " + allocator;
+    const std::string request =
+        std::string("VANTA_BENCH_MEMORY_CHILD=") + workload + " " + allocator;
     std::vector<std::string> env;
     for (char** e = environ; *e; ++e) {
         if (std::strncmp(*e, "LD_PRELOAD=", 11) != 0)
@@ -385,13 +386,16 @@ const bool sRegistered = [] {
             if (std::strcmp(group.name, "churn_pool") == 0 && std::strcmp(allocator, "ours") == 0)
                 b = benchmark::RegisterBenchmark(name.c_str(), churnPoolOurs);
             else
-                b = benchmark::RegisterBenchmark(name.c_str(), [group, allocator](benchmark::State& s) {
-                    timed(s, group.workload, allocator, group.steps);
-                });
+                b = benchmark::RegisterBenchmark(
+                    name.c_str(), [group, allocator](benchmark::State& state) {
+                        timed(state, group.workload, allocator, group.steps);
+                    });
             b->Iterations(3)->UseManualTime()->Unit(benchmark::kMillisecond);
         }
     }
-    benchmark::RegisterBenchmark("memory_figures", memoryFigures)->Iterations(1)->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark("memory_figures", memoryFigures)
+        ->Iterations(1)
+        ->Unit(benchmark::kMillisecond);
     return true;
 }();
 

@@ -161,9 +161,9 @@ TEST(Arena, BestFitTakesTheSmallestFreeChunkThenTheLowestAddress) {
         {1490, 1},  // both 1500s fit; the lower one first
         {1490, 3},  // then the other
         {2000, 0},  // 2000 beats 3000
-        {40, 5},    // the hole of 48 is the smallest that fits
-        {90, 4},    // 96 before 200
-        {150, 6},
+        {48, 5},    // small sizes come back exactly from their quick lists
+        {96, 4},
+        {200, 6},
         {2500, 2},
     };
     for (const Row& row : rows)
@@ -173,21 +173,44 @@ TEST(Arena, BestFitTakesTheSmallestFreeChunkThenTheLowestAddress) {
 
 TEST(Arena, FreeNeighboursCoalesceInEveryOrder) {
     // Three neighbours freed in each of the six orders end as one chunk that serves their sum.
+    // Small chunks wait in the quick lists until a trim (or a shortage) coalesces them.
     const int orders[][3] = {{0, 1, 2}, {0, 2, 1}, {1, 0, 2}, {1, 2, 0}, {2, 0, 1}, {2, 1, 0}};
-    for (const auto& order : orders) {
-        TestArena t;
-        void* block[3];
-        for (void*& p : block)
-            p = arena::malloc(t.a, 488);  // a 496-byte chunk each
-        ASSERT_NE(arena::malloc(t.a, 16), nullptr);
-        const std::size_t freeBefore = arena::stats(t.a).freeChunks;
-        for (int i : order) {
-            arena::free(t.a, block[i]);
-            ASSERT_TRUE(t.healthy());
+    for (std::size_t chunk : {std::size_t(1520), std::size_t(496)}) {
+        for (const auto& order : orders) {
+            TestArena t;
+            void* block[3];
+            for (void*& p : block)
+                p = arena::malloc(t.a, chunk - 8);
+            ASSERT_NE(arena::malloc(t.a, 16), nullptr);
+            const std::size_t freeBefore = arena::stats(t.a).freeChunks;
+            for (int i : order) {
+                arena::free(t.a, block[i]);
+                ASSERT_TRUE(t.healthy());
+            }
+            if (chunk < 1024) {
+                EXPECT_EQ(arena::stats(t.a).quickBytes, 3 * chunk);
+                arena::trim(t.a, 0);
+                EXPECT_EQ(arena::stats(t.a).quickBytes, 0u);
+                ASSERT_TRUE(t.healthy());
+            }
+            EXPECT_EQ(arena::stats(t.a).freeChunks, freeBefore + 1) << chunk;
+            EXPECT_EQ(arena::malloc(t.a, 3 * chunk - 8), block[0]) << chunk;
         }
-        EXPECT_EQ(arena::stats(t.a).freeChunks, freeBefore + 1);
-        EXPECT_EQ(arena::malloc(t.a, 3 * 496 - 8), block[0]);
     }
+}
+
+TEST(Arena, QuickListsAreCoalescedBeforeTheArenaGrows) {
+    TestArena t(64 * 1024);
+    std::vector<void*> blocks;
+    while (arena::stats(t.a).freeBytes >= 512)
+        blocks.push_back(arena::malloc(t.a, 400));
+    for (void* p : blocks)
+        arena::free(t.a, p);
+    // Most of the region now waits in quick lists or bins in 416-byte pieces; a large request
+    // must be served from them, coalesced, rather than from a new region.
+    ASSERT_NE(arena::malloc(t.a, 40000), nullptr);
+    EXPECT_EQ(t.sys.maps + t.sys.directMaps + t.sys.breaks, 0);
+    EXPECT_TRUE(t.healthy());
 }
 
 TEST(Arena, GrowsOnlyThroughItsCallbacks) {
@@ -281,30 +304,37 @@ TEST(Arena, CheckFindsDamage) {
     // The stress tests rely on the check; make sure it notices each kind of corruption.
     struct Row {
         const char* name;
+        std::size_t size;
         void (*damage)(void* live, void* freed);
     } rows[] = {
-        {"size word of a live block", [](void* live, void*) {
+        {"size word of a live block", 1100, [](void* live, void*) {
              static_cast<std::size_t*>(live)[-1] += 16;
          }},
-        {"in-use bit of a live block", [](void* live, void*) {
+        {"in-use bit of a live block", 1100, [](void* live, void*) {
              static_cast<std::size_t*>(live)[-1] &= ~std::size_t(2);
          }},
-        {"link of a free block", [](void* live, void* freed) {
+        {"link of a free block", 1100, [](void* live, void* freed) {
              static_cast<void**>(freed)[0] = live;
          }},
-        {"footer of a free block", [](void*, void* freed) {
+        {"link of a quick-listed block", 100, [](void* live, void* freed) {
+             static_cast<void**>(freed)[0] = live;
+         }},
+        {"size of a quick-listed block", 100, [](void*, void* freed) {
+             static_cast<std::size_t*>(freed)[-1] += 16;
+         }},
+        {"footer of a free block", 1100, [](void*, void* freed) {
              const std::size_t size = static_cast<std::size_t*>(freed)[-1] & ~std::size_t(15);
              *reinterpret_cast<std::size_t*>(static_cast<char*>(freed) - 16 + size) += 16;
          }},
     };
     for (const Row& row : rows) {
         TestArena t;
-        void* live = arena::malloc(t.a, 100);
-        void* freed = arena::malloc(t.a, 100);
+        void* live = arena::malloc(t.a, row.size);
+        void* freed = arena::malloc(t.a, row.size);
         arena::malloc(t.a, 16);
-        void* other = arena::malloc(t.a, 100);
+        void* other = arena::malloc(t.a, row.size);
         arena::malloc(t.a, 16);
-        arena::free(t.a, other);  // two free 112-byte chunks in one list, freed first
+        arena::free(t.a, other);  // two free chunks of one size, freed the more recent
         arena::free(t.a, freed);
         ASSERT_TRUE(t.healthy());
         row.damage(live, freed);
@@ -359,9 +389,9 @@ bool intact(const Slot& s) {
     return s.p[0] == s.fill && (s.size == 1 || std::memcmp(s.p, s.p + 1, s.size - 1) == 0);
 }
 
-// ops malloc/free operations on slotCount slots of pool, each block filled on malloc and checked before
-// its free, and the whole heap checked every 10,000 operations. Returns a failure description or
-// an empty string.
+// ops malloc/free operations on slotCount slots of pool, each block filled on malloc and checked
+// before its free, and the whole heap checked every 10,000 operations. Returns a failure
+// description, or an empty string.
 std::string stress(MemoryPool& pool, unsigned seed, long ops, std::size_t slotCount) {
     std::mt19937_64 rng(seed);
     std::vector<Slot> slot(slotCount);

@@ -52,7 +52,8 @@ struct Managed : MemoryObject {
 };
 
 bool listed(const std::vector<MMapRange>& list, void* base) {
-    return std::any_of(list.begin(), list.end(), [&](const MMapRange& r) { return r.base == base; });
+    return std::any_of(list.begin(), list.end(),
+                       [&](const MMapRange& r) { return r.base == base; });
 }
 
 }  // namespace

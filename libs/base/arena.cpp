@@ -7,6 +7,10 @@
 // A chunk in use lends the next chunk's prevFoot word to its payload, so its overhead is one word
 // and a block of n bytes takes a chunk of round16(n + 8) bytes, at least 32.
 //
+// Small chunks that are freed go first to a short per-size quick list, still marked in use, so
+// the common free-then-malloc of one size touches no neighbour; chunks beyond the quick lists'
+// limit, and all of them whenever the arena would otherwise grow or is trimmed, are coalesced.
+//
 // Region layout: [arena record (first region only)] [chunks ...] [fence] [region record]. The
 // fence is a zero-size chunk marked in use, so coalescing and walks stop at the region's end.
 #include "arena_p.h"
@@ -37,6 +41,7 @@ constexpr std::size_t kPayloadOffset = 16;
 constexpr std::size_t kLargeMin = 1024;    // chunks from here on live in trees
 constexpr int kSmallBins = 64;             // index = size / 16, sizes 32..1008
 constexpr int kLargeBins = 4 * (64 - 10);  // four bins per power of two from 1 KiB
+constexpr unsigned kQuickLimit = 16;       // chunks per quick list
 constexpr std::size_t kMaxRequest = std::size_t(1) << 60;
 constexpr std::size_t kPage = 4096;
 
@@ -180,6 +185,8 @@ bool mapFailed(void* p) { return !p || p == kMapFailed; }
 }  // namespace
 
 struct ArenaState {
+    Chunk* quick[kSmallBins] = {};          // freed small chunks, still marked in use (fd links)
+    std::uint8_t quickCount[kSmallBins] = {};
     Chunk* smallBins[kSmallBins] = {};
     Chunk* largeBins[kLargeBins] = {};
     std::uint64_t smallMap = 0;       // bit i: smallBins[i] is not empty
@@ -192,7 +199,8 @@ struct ArenaState {
     void* user;
     bool locked;
     CriticalRegion lock;
-    std::size_t regionCount = 0, footprint = 0, inUseBytes = 0, freeBytes = 0, freeChunks = 0;
+    std::size_t regionCount = 0, footprint = 0, inUseBytes = 0, freeBytes = 0, freeChunks = 0,
+                quickBytes = 0;
 
     void enter() {
         if (locked)
@@ -301,6 +309,48 @@ struct ArenaState {
             nextOf(c)->head |= kPInUse;
         }
         inUseBytes += size;
+    }
+
+    // Marks the chunk c (in use, not in a quick list) free, merges it with free neighbours and
+    // bins the result; a region left wholly free may go back to the system.
+    void coalesceAndBin(Chunk* c) {
+        std::size_t size = sizeOf(c);
+        if (!prevInUse(c)) {
+            Chunk* prev = reinterpret_cast<Chunk*>(reinterpret_cast<char*>(c) - c->prevFoot);
+            removeFree(prev);
+            size += sizeOf(prev);
+            c = prev;
+        }
+        Chunk* next = at(c, size);
+        if (!inUse(next)) {
+            removeFree(next);
+            size += sizeOf(next);
+            next = at(c, size);
+        }
+        // The chunk before a free chunk is always in use: free neighbours never touch.
+        c->head = size | kPInUse;
+        next->prevFoot = size;
+        next->head &= ~kPInUse;
+        insertFree(c);
+        if (unmap && freeBytes > gTrimThreshold.load(std::memory_order_relaxed)) {
+            if (Region* region = wholeRegionOf(c))
+                release(region, c);
+        }
+    }
+
+    // Coalesces every chunk waiting in the quick lists. True when there were any.
+    bool flushQuick() {
+        if (quickBytes == 0)
+            return false;
+        for (int i = 0; i < kSmallBins; ++i) {
+            while (Chunk* c = quick[i]) {
+                quick[i] = c->fd;
+                coalesceAndBin(c);
+            }
+            quickCount[i] = 0;
+        }
+        quickBytes = 0;
+        return true;
     }
 
     // Lays out a region and returns its one free chunk to the bins.
@@ -439,7 +489,21 @@ void* malloc(Arena a, std::size_t n) {
         return nullptr;
     const std::size_t size = chunkSizeFor(n);
     a->enter();
+    if (size < kLargeMin) {
+        const int i = int(size >> 4);
+        if (Chunk* c = a->quick[i]) {
+            a->quick[i] = c->fd;
+            --a->quickCount[i];
+            a->quickBytes -= size;
+            a->inUseBytes += size;
+            a->exit();
+            return payloadOf(c);
+        }
+    }
     Chunk* c = a->takeBestFit(size);
+    // Before asking the system, see whether the quick lists hold enough once coalesced.
+    if (!c && a->flushQuick())
+        c = a->takeBestFit(size);
     if (!c && a->grow(size))
         c = a->takeBestFit(size);
     if (c)
@@ -453,28 +517,16 @@ void free(Arena a, void* p) {
         return;
     a->enter();
     Chunk* c = chunkOf(p);
-    std::size_t size = sizeOf(c);
+    const std::size_t size = sizeOf(c);
     a->inUseBytes -= size;
-    if (!prevInUse(c)) {
-        Chunk* prev = reinterpret_cast<Chunk*>(reinterpret_cast<char*>(c) - c->prevFoot);
-        a->removeFree(prev);
-        size += sizeOf(prev);
-        c = prev;
-    }
-    Chunk* next = at(c, size);
-    if (!inUse(next)) {
-        a->removeFree(next);
-        size += sizeOf(next);
-        next = at(c, size);
-    }
-    // The chunk before a free chunk is always in use: free neighbours never touch.
-    c->head = size | kPInUse;
-    next->prevFoot = size;
-    next->head &= ~kPInUse;
-    a->insertFree(c);
-    if (a->unmap && a->freeBytes > gTrimThreshold.load(std::memory_order_relaxed)) {
-        if (Region* region = ArenaState::wholeRegionOf(c))
-            a->release(region, c);
+    const int i = int(size >> 4);
+    if (size < kLargeMin && a->quickCount[i] < kQuickLimit) {
+        c->fd = a->quick[i];
+        a->quick[i] = c;
+        ++a->quickCount[i];
+        a->quickBytes += size;
+    } else {
+        a->coalesceAndBin(c);
     }
     a->exit();
 }
@@ -484,11 +536,12 @@ std::size_t usableSize(const void* p) {
 }
 
 int trim(Arena a, std::size_t pad) {
-    if (!a || !a->unmap)
+    if (!a)
         return 0;
     a->enter();
+    a->flushQuick();
     int count = 0;
-    for (Region* region = a->regions; region && !region->isFirst;) {
+    for (Region* region = a->regions; a->unmap && region && !region->isFirst;) {
         Region* next = region->next;
         Chunk* c = region->first;
         if (!inUse(c) && ArenaState::wholeRegionOf(c) == region &&
@@ -506,7 +559,8 @@ Stats stats(Arena a) {
     if (!a)
         return {};
     a->enter();
-    Stats s{a->regionCount, a->footprint, a->inUseBytes, a->freeBytes, a->freeChunks};
+    Stats s{a->regionCount, a->footprint, a->inUseBytes, a->freeBytes, a->freeChunks,
+            a->quickBytes};
     a->exit();
     return s;
 }
@@ -517,6 +571,7 @@ struct Checker {
     ArenaState* a;
     std::string* why;
     std::unordered_set<const Chunk*> binned;
+    std::unordered_set<const Chunk*> quick;
 
     bool fail(const char* what, const void* where) {
         if (why) {
@@ -549,6 +604,23 @@ struct Checker {
     }
 
     bool checkBins() {
+        std::size_t quickBytes = 0;
+        for (int i = 0; i < kSmallBins; ++i) {
+            unsigned count = 0;
+            for (const Chunk* c = a->quick[i]; c; c = c->fd) {
+                if (++count > kQuickLimit)
+                    return fail("quick list too long (cycle?)", c);
+                if (!inUse(c) || sizeOf(c) != std::size_t(i) * 16)
+                    return fail("chunk in the wrong quick list", c);
+                if (!quick.insert(c).second)
+                    return fail("chunk twice in a quick list", c);
+                quickBytes += sizeOf(c);
+            }
+            if (count != a->quickCount[i])
+                return fail("quick list count wrong", a->quick[i]);
+        }
+        if (quickBytes != a->quickBytes)
+            return fail("quick list bytes wrong", a);
         for (int i = 0; i < kSmallBins; ++i) {
             const bool marked = a->smallMap & (std::uint64_t(1) << i);
             if (marked != (a->smallBins[i] != nullptr))
@@ -576,7 +648,8 @@ struct Checker {
     bool run() {
         if (!checkBins())
             return false;
-        std::size_t regions = 0, footprint = 0, used = 0, freeBytes = 0, freeChunks = 0;
+        std::size_t regions = 0, footprint = 0, used = 0, freeBytes = 0, freeChunks = 0,
+                    quickSeen = 0;
         for (Region* r = a->regions; r; r = r->next) {
             ++regions;
             footprint += r->size;
@@ -595,6 +668,7 @@ struct Checker {
                     return fail("previous-in-use bit wrong", c);
                 if (inUse(c)) {
                     used += size;
+                    quickSeen += quick.count(c);
                 } else {
                     if (!prevUsed)
                         return fail("two free chunks touch (not coalesced)", c);
@@ -613,7 +687,10 @@ struct Checker {
         }
         if (freeChunks != binned.size())
             return fail("bins hold chunks outside every region", nullptr);
-        if (regions != a->regionCount || footprint != a->footprint || used != a->inUseBytes ||
+        if (quickSeen != quick.size())
+            return fail("quick lists hold something that is not a chunk", nullptr);
+        if (regions != a->regionCount || footprint != a->footprint ||
+            used != a->inUseBytes + a->quickBytes ||
             freeBytes != a->freeBytes || freeChunks != a->freeChunks)
             return fail("counters disagree with the walk", a);
         return true;
@@ -629,7 +706,7 @@ bool check(Arena a, std::string* why) {
         return false;
     }
     a->enter();
-    const bool ok = Checker{a, why, {}}.run();
+    const bool ok = Checker{a, why, {}, {}}.run();
     a->exit();
     return ok;
 }

@@ -3,10 +3,11 @@
 // An arena lives in a first region its creator supplies and grows by asking its own callbacks for
 // more regions, so every region it uses is visible to its owner. Inside, chunks carry boundary
 // tags (size and in-use bits before each chunk, the size repeated after each free chunk), free
-// neighbours are coalesced at once, small free chunks sit in exact-size lists and large ones in
-// size-ordered trees searched for the best fit. Every chunk and payload is 16-byte aligned.
-// Nothing here makes a system call on an ordinary malloc or free: regions are obtained only when
-// the arena is full, and returned only by trim, destroy, or the trim threshold.
+// neighbours are coalesced (small ones after a short wait in per-size quick lists), small free
+// chunks sit in exact-size lists and large ones in size-ordered trees searched for the best fit.
+// Every chunk and payload is 16-byte aligned. Nothing here makes a system call on an ordinary
+// malloc or free: regions are obtained only when the arena is full, and returned only by trim,
+// destroy, or the trim threshold.
 #pragma once
 
 #include <cstddef>
@@ -67,8 +68,9 @@ void* malloc(Arena arena, std::size_t size);
 void free(Arena arena, void* p);
 // The bytes usable in a block from malloc (at least what was asked).
 std::size_t usableSize(const void* p);
-// Returns wholly free regions (never the first) through the unmap callback, keeping at least
-// pad free bytes. Returns the number of regions released.
+// Coalesces the chunks waiting in the quick lists, then returns wholly free regions (never the
+// first) through the unmap callback, keeping at least pad free bytes. Returns the number of
+// regions released.
 int trim(Arena arena, std::size_t pad);
 
 // Figures for tests and benchmarks.
@@ -78,6 +80,7 @@ struct Stats {
     std::size_t inUseBytes;  // bytes of chunks handed out (headers included)
     std::size_t freeBytes;   // bytes of free chunks
     std::size_t freeChunks;  // number of free chunks
+    std::size_t quickBytes;  // bytes of freed small chunks waiting in the quick lists
 };
 Stats stats(Arena arena);
 

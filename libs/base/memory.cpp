@@ -92,13 +92,15 @@ void* HeapManager::alloc(unsigned long size) {
     // The header must fit too; a size this close to the limit cannot be served anyway.
     if (!mPool || size > ~0ul - kHeaderSize)
         return nullptr;
-    auto* header = static_cast<BlockHeader*>(mPool->malloc(size + kHeaderSize));
+    auto* header = static_cast<BlockHeader*>(mPool->mallocCounted(size + kHeaderSize, size));
     if (!header)
         return nullptr;
     header->manager = this;
     header->size = size;
-    mAllocatedSize.fetch_add(size, std::memory_order_relaxed);
-    mPool->addAllocation(size);
+    // A plain read and write: exact for a manager used by one thread at a time, approximate
+    // (never torn) for one shared by threads, which is all its users may rely on.
+    mAllocatedSize.store(mAllocatedSize.load(std::memory_order_relaxed) + size,
+                         std::memory_order_relaxed);
     return header + 1;
 }
 
@@ -106,9 +108,9 @@ void HeapManager::free(void* p) {
     if (!p)
         return;
     BlockHeader* header = headerOf(p);
-    mAllocatedSize.fetch_sub(header->size, std::memory_order_relaxed);
-    mPool->subtractAllocation(header->size);
-    mPool->free(header);
+    mAllocatedSize.store(mAllocatedSize.load(std::memory_order_relaxed) - header->size,
+                         std::memory_order_relaxed);
+    mPool->freeCounted(header, header->size);
 }
 
 void* HeapManager::allocAligned(unsigned long size, unsigned long) { return alloc(size); }

@@ -61,7 +61,8 @@ public:
 // payload and keeps count of the payload bytes it has handed out.
 //
 // Thread safety: alloc and free may run on several threads (the pool serialises the block
-// operations); the byte counters are atomics updated without a lock.
+// operations and keeps its own counter exact); the manager's counter is an atomic updated without
+// a lock, exact while one thread at a time uses the manager, approximate otherwise.
 class HeapManager : public MemoryManager {
 public:
     // The pool used by managers built without one: created on first need (a 4 MiB first region),
@@ -85,7 +86,9 @@ public:
     // Does nothing: a heap manager does not track its blocks.
     void clear();
     // The payload bytes of this manager's live blocks.
-    unsigned long getAllocatedSize() const { return mAllocatedSize.load(std::memory_order_relaxed); }
+    unsigned long getAllocatedSize() const {
+        return mAllocatedSize.load(std::memory_order_relaxed);
+    }
     MemoryPool* getPool() const { return mPool; }
 
     // The bytes of the header before every payload, and the payload's manager and size as the

@@ -81,6 +81,24 @@ void MemoryPool::free(void* p) {
     mLock.unlock();
 }
 
+void* MemoryPool::mallocCounted(unsigned long size, unsigned long payload) {
+    mLock.lock(SpinLock::kForever);
+    void* p = arena::malloc(arenaOf(mArena), size);
+    if (p)
+        mAllocated.store(mAllocated.load(std::memory_order_relaxed) + payload,
+                         std::memory_order_relaxed);
+    mLock.unlock();
+    return p;
+}
+
+void MemoryPool::freeCounted(void* p, unsigned long payload) {
+    mLock.lock(SpinLock::kForever);
+    mAllocated.store(mAllocated.load(std::memory_order_relaxed) - payload,
+                     std::memory_order_relaxed);
+    arena::free(arenaOf(mArena), p);
+    mLock.unlock();
+}
+
 std::vector<MMapRange> MemoryPool::getRanges() const {
     CSMutex guard(*sRangesLock.load(std::memory_order_acquire));
     return mRanges;

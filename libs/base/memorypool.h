@@ -22,8 +22,9 @@ struct MMapRange {
 // region is recorded both here and in the process-wide list that isPointerFromPool scans.
 // Regions are never handed back before the pool is destroyed.
 //
-// Thread safety: malloc and free may be called from any thread (the pool's lock serialises them);
-// the allocated counter is updated without the lock by its users (an atomic, so never torn).
+// Thread safety: malloc and free may be called from any thread (the pool's lock serialises them).
+// The allocated counter is an atomic: heap managers update it under the pool's lock, other users
+// through addAllocation/subtractAllocation without it.
 class MemoryPool : public MemoryObject {
 public:
     // Maps a first region of initialSize bytes and builds the arena on it. If the system refuses
@@ -42,7 +43,9 @@ public:
     void free(void* p);
 
     // The payload bytes the pool's users report (HeapManager); malloc and free do not touch it.
-    void addAllocation(unsigned long size) { mAllocated.fetch_add(size, std::memory_order_relaxed); }
+    void addAllocation(unsigned long size) {
+        mAllocated.fetch_add(size, std::memory_order_relaxed);
+    }
     void subtractAllocation(unsigned long size) {
         mAllocated.fetch_sub(size, std::memory_order_relaxed);
     }
@@ -77,6 +80,11 @@ public:
     static void* sbreakCB(int increment, void* user);
 
 private:
+    friend class HeapManager;
+    // malloc and free for heap managers: the allocated counter changes under the pool's lock
+    // already taken for the block, so it stays exact without an atomic read-modify-write.
+    void* mallocCounted(unsigned long size, unsigned long payload);
+    void freeCounted(void* p, unsigned long payload);
     void record(void* base, unsigned long size);
 
     QString mName;
