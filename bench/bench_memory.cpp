@@ -8,7 +8,8 @@
 // library does not get), so its figures come from a child process of this benchmark started with
 // jemalloc preloaded, which times the same workload on its malloc and reports back. The memory
 // figures likewise come from fresh child processes, one per allocator, so no allocator's retained
-// memory counts in another's.
+// memory counts in another's. Times are the process's processor time (user and system, all
+// threads), so other programs on a shared machine do not inflate them.
 #include <vanta/memory.h>
 #include <vanta/memorypool.h>
 
@@ -19,13 +20,13 @@
 #include <dlfcn.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <chrono>
 #include <cstring>
 #include <fstream>
 #include <memory>
@@ -182,6 +183,14 @@ struct OwnPoolManager {
     void free(void* p) { a.free(p); }
 };
 
+// Processor time of the whole process (every thread, user and system), in seconds. The machine
+// the benchmarks run on is shared, so wall time would count other programs' load.
+double cpuSeconds() {
+    timespec t;
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+    return double(t.tv_sec) + double(t.tv_nsec) * 1e-9;
+}
+
 // A field of /proc/self/status in bytes ("VmRSS", "VmHWM").
 std::size_t statusBytes(const char* field) {
     std::ifstream in("/proc/self/status");
@@ -205,7 +214,7 @@ double runWorkload(const std::string& workload, MakeA make) {
         const std::size_t peak = churn(*a, kMemoryLive, kMemorySteps, 16, 512, 4242);
         return double(statusBytes("VmHWM") - before) / double(peak);
     }
-    const auto start = std::chrono::steady_clock::now();
+    const double start = cpuSeconds();
     if (workload == "churn") {
         auto a = make();
         churn(*a, kChurnLive, kChurnSteps, 16, 512, 12345);
@@ -217,7 +226,7 @@ double runWorkload(const std::string& workload, MakeA make) {
     } else {
         return 0;
     }
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return cpuSeconds() - start;
 }
 
 double runNamed(const std::string& workload, const std::string& allocator) {
@@ -312,10 +321,9 @@ void churnPoolOurs(benchmark::State& state) {
     for (auto _ : state) {
         MemoryPool pool("bench", kFirstRegion);
         Pool a{&pool};
-        const auto start = std::chrono::steady_clock::now();
+        const double start = cpuSeconds();
         churn(a, kChurnLive, kChurnSteps, 16, 512, 12345);
-        state.SetIterationTime(
-            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+        state.SetIterationTime(cpuSeconds() - start);
     }
     state.SetItemsProcessed(state.iterations() * kChurnSteps);
 }

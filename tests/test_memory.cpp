@@ -143,18 +143,6 @@ TEST(MemoryPool, RemoveFromListMovesTheLastEntryIntoTheGap) {
     }
 }
 
-TEST(MemoryPool, ExhaustedPoolGivesNullAndKeepsWorking) {
-    MemoryPool pool("exhausted", 4 * kMiB);
-    const std::size_t regions = pool.getRanges().size();
-    EXPECT_EQ(pool.malloc(kImpossible), nullptr);
-    EXPECT_EQ(pool.getRanges().size(), regions) << "a refused region is not recorded";
-    void* p = pool.malloc(1000);
-    EXPECT_NE(p, nullptr);
-    pool.free(p);
-    pool.free(nullptr);
-    EXPECT_TRUE(pool.checkHeap());
-}
-
 TEST(HeapManager, ByteCountsGoUpAndBackDownExactlyByEveryRoute) {
     HeapManager manager;
     MemoryPool* pool = manager.getPool();
@@ -303,6 +291,9 @@ TEST(HeapBuffer, FillsExactlyToCapacityAndNeverBeyond) {
 TEST(BadInput, ExhaustedPoolGivesNullsNeverCorruption) {
     MemoryPool pool("tight", 64 * 1024);
     TestThenAdd(pool.refCount(), 1);  // kept alive by this test, not by the manager
+    EXPECT_EQ(pool.malloc(kImpossible), nullptr);
+    EXPECT_EQ(pool.getRanges().size(), 1u) << "a refused region is not recorded";
+    pool.free(nullptr);
     {
         HeapManager manager(&pool);
         EXPECT_EQ(manager.alloc(kImpossible), nullptr);
@@ -322,10 +313,13 @@ TEST(BadInput, ExhaustedPoolGivesNullsNeverCorruption) {
     }
     EXPECT_EQ(pool.getRefCount(), 2);
     TestThenAdd(pool.refCount(), -1);
+    void* p = pool.malloc(1000);
+    EXPECT_NE(p, nullptr) << "the pool keeps serving what it can";
+    pool.free(p);
     EXPECT_TRUE(pool.checkHeap());
 }
 
-TEST(CLibraryBlocks, CallocZeroesAndReallocKeepsData) {
+TEST(CLibraryBlocks, CallocZeroesReusedBlocks) {
     HeapManager manager;
     // A pool block that held data is handed out again: Calloc must clear it.
     void* dirty = manager.alloc(256);
@@ -338,15 +332,6 @@ TEST(CLibraryBlocks, CallocZeroesAndReallocKeepsData) {
         EXPECT_TRUE(std::all_of(zeroed, zeroed + 256, [](unsigned char c) { return c == 0; }));
         Free(zeroed);
     }
-
-    auto* grown = static_cast<char*>(Realloc(nullptr, 10));
-    ASSERT_NE(grown, nullptr);
-    EXPECT_FALSE(MemoryPool::isPointerFromPool(grown));
-    std::memcpy(grown, "123456789", 10);
-    grown = static_cast<char*>(Realloc(grown, 100000));
-    ASSERT_NE(grown, nullptr);
-    EXPECT_STREQ(grown, "123456789");
-    Free(grown);
 }
 
 TEST(HeapManager, ThreadsWithTheirOwnManagersShareOnePool) {
