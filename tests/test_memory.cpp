@@ -317,6 +317,14 @@ TEST(BadInput, ExhaustedPoolGivesNullsNeverCorruption) {
     EXPECT_NE(p, nullptr) << "the pool keeps serving what it can";
     pool.free(p);
     EXPECT_TRUE(pool.checkHeap());
+
+    // A first region too small (or refused) leaves a pool that only ever answers null.
+    for (unsigned long initial : {0ul, 64ul, kImpossible}) {
+        MemoryPool hopeless("hopeless", initial);
+        EXPECT_EQ(hopeless.malloc(16), nullptr) << initial;
+        hopeless.free(nullptr);
+        EXPECT_FALSE(hopeless.checkHeap()) << initial;
+    }
 }
 
 TEST(CLibraryBlocks, CallocZeroesReusedBlocks) {
