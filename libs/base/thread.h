@@ -38,14 +38,15 @@ public:
     AsyncThread& operator=(const AsyncThread&) = delete;
 
     // How long a worker waits for ready() before running the handler anyway, in milliseconds;
-    // negative (the default) waits for ever. Set it before startThreads().
+    // negative (the default) waits for ever, 0 never waits. Set it before startThreads().
     void setWaitTimeout(long ms) { waitTimeoutMs = ms; }
 
     // Starts the workers and blocks until every one has entered its loop. 0, or kAlreadyStarted
     // (nothing changed) when called a second time.
     int startThreads();
-    // A rendezvous of n threads: blocks until n threads have called it for this round, or the
-    // group is being stopped. 0; -1 at once for n of 0.
+    // The workers' rendezvous: blocks until n threads have called it for this round, or the
+    // group is being stopped. The last arrival also retires the requests the round answered.
+    // 0; -1 at once for n of 0.
     int syncThreads(unsigned long n);
     // Asks every worker for one more handler call. Does nothing before startThreads().
     void ready();
