@@ -174,7 +174,7 @@ void threadedOurs(benchmark::State& state) {
         lock.unlock();
     }
 }
-BENCHMARK(threadedOurs)->Name("uncontended_threaded/ours");
+BENCHMARK(threadedOurs)->Name("threaded/ours");
 
 void threadedMutex(benchmark::State& state) {
     std::mutex mutex;
@@ -183,6 +183,6 @@ void threadedMutex(benchmark::State& state) {
         mutex.unlock();
     }
 }
-BENCHMARK(threadedMutex)->Name("uncontended_threaded/std::mutex");
+BENCHMARK(threadedMutex)->Name("threaded/std::mutex");
 
 }  // namespace

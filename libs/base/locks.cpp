@@ -72,8 +72,12 @@ int SpinLock::unlock() {
     SpinLockData& d = *mData;
     if (!pthread_equal(d.owner.load(std::memory_order_relaxed), self()))
         return -1;
-    if (--d.depth > 0)
+    const int depth = d.depth;
+    if (depth > 1) {
+        d.depth = depth - 1;
         return 0;
+    }
+    // The depth is left at 1: it counts only while there is an owner, and the next owner sets it.
     d.owner.store(0, std::memory_order_relaxed);
     d.region.exit();
     return 0;
