@@ -19,11 +19,11 @@ inline pthread_t currentThread() {
     return pthread_self();
 }
 
-// True while the process has only ever had one thread. Then nobody can touch a lock word
-// concurrently, so it can be taken and released with plain loads and stores instead of locked
-// instructions (the C library's own mutexes do the same). The flag only ever turns false, and
-// only the one existing thread can turn it, by starting another: a check followed by a plain
-// update cannot be overtaken.
+// True while the process has one thread. Then nobody can touch a lock word concurrently, so it
+// can be taken and released with plain loads and stores instead of locked instructions (the C
+// library's own mutexes do the same). The flag turns false before a second thread starts, and
+// only the one existing thread can start it, so a check followed by a plain update cannot be
+// overtaken.
 inline bool singleThreaded() { return __libc_single_threaded != 0; }
 
 // A non-recursive critical region on one futex word: 0 free, 1 taken, 2 taken with sleepers.
