@@ -153,7 +153,7 @@ TEST(Conditional, SignalAndBroadcastWakeWaiters) {
         }
         for (;;) {
             while (items == 0 && !closed)
-                EXPECT_EQ(cond.wait(lock), 0);
+                EXPECT_EQ(i == 1 ? cond.timedwait(lock, 60000) : cond.wait(lock), 0);
             if (items == 0)
                 return;
             --items;
