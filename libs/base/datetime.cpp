@@ -1,6 +1,7 @@
 // vanta::DateTime: printing, the ISO 8601 and HTTP readers, and the XML Schema calendar arithmetic.
 #include <vanta/datetime.h>
 
+#include <vanta/stringconv.h>
 #include <vanta/system.h>
 
 #include <QDateTime>
@@ -745,6 +746,8 @@ QTextStream& operator<<(QTextStream& stream, const DateTime& dt) {
     stream << dt.toString();
     return stream;
 }
+
+Utf8OStream& operator<<(Utf8OStream& stream, const DateTime& dt) { return stream << dt.toString(); }
 
 QTextStream& operator>>(QTextStream& stream, DateTime& dt) {
     stream.readAll() >> dt;

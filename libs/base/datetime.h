@@ -10,6 +10,8 @@ class QTextStream;
 
 namespace vanta {
 
+class Utf8OStream;
+
 // A proleptic Gregorian date and time of day in whole seconds, with an optional offset from UTC.
 //
 // The year is a float on purpose: time stamps are interpolated as numbers. It always holds an
@@ -96,8 +98,9 @@ public:
 // following or previous years (month 13 of 2005 is January 2006).
 int maximumDayInMonthFor(int year, int month);
 
-// Writes dt.toString().
+// Write dt.toString().
 QTextStream& operator<<(QTextStream& stream, const DateTime& dt);
+Utf8OStream& operator<<(Utf8OStream& stream, const DateTime& dt);
 // Reads all remaining text of the stream as an ISO 8601 time stamp (see below).
 QTextStream& operator>>(QTextStream& stream, DateTime& dt);
 // Reads an ISO 8601 time stamp of any reduced precision (2005, 2005-03, 2005-03-17,
