@@ -82,11 +82,16 @@ int daysInMonth(long long year, long long month) {
     }
 }
 
-// The whole year of a time stamp, for the integer calendar rules.
-long long wholeYear(float year) { return truncToLong(year); }
+// The whole year of a time stamp, for the integer calendar rules. Limited to a quadrillion years
+// (far past the years a float holds exactly) so that the arithmetic on it can never overflow.
+long long wholeYear(float year) {
+    constexpr long long kLimit = 1000000000000000LL;
+    return std::clamp(truncToLong(year), -kLimit, kLimit);
+}
 
-// The XML Schema rule for adding a duration. Only days may be as large as the whole 64-bit
-// range divided by a day's seconds; the other arguments stay within a few times the int range.
+// The XML Schema rule for adding a duration. Days may reach the 64-bit range divided by a day's
+// seconds; months may reach the month count of the year limit; the other arguments stay within
+// a few times the int range.
 void addDuration(DateTime& t, long long years, long long months, long long days, long long hours,
                  long long minutes, long long seconds) {
     Division step = divide(t.month + months - 1, 12);
