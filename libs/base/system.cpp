@@ -4,6 +4,7 @@
 
 #include <vanta/datetime.h>
 #include <vanta/locks.h>
+#include <vanta/status.h>
 
 #include <atomic>
 #include <cstdint>
@@ -78,9 +79,7 @@ System::System() {
     sStartTime = double(start.toSeconds());
 }
 
-System::~System() {
-    // PENDING(status family): close LM_ERROR and LM_NOTICE with fclose unless null or stderr.
-}
+System::~System() { closeLogStreams(); }
 
 // ---- Random numbers ----
 

@@ -96,6 +96,14 @@ public:
 
     // ---- Timers and message boxes (timer.cpp) ----
 
+    // Kinds of message box; any value other than kMessageWarning shows an information box.
+    enum MessageType : int { kMessageInformation = 0, kMessageWarning = 1 };
+
+    // Hands a message box to the timer manager, which shows it later on the user-interface thread
+    // (a warning box for kMessageWarning, an information box otherwise). Callable from any
+    // thread; returns at once. With no manager, nothing is shown.
+    static void AsyncMessageBox(MessageType type, const QString& title, const QString& text);
+
 
 };
 
