@@ -1,5 +1,6 @@
 // Linux implementation of vanta::System's machine-bound operations.
 #include <vanta/system.h>
+#include <vanta/system_p.h>
 
 #include <vanta/sysinfo_p.h>
 #include <vanta/linux/platform_p.h>
@@ -7,6 +8,7 @@
 #include <algorithm>
 #include <ctime>
 #include <sys/utsname.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace vanta {
@@ -102,6 +104,32 @@ void System::getTotalMemoryMB(int& physical, int& virtual_) {
     // Kept within int: four times the memory of a very large machine would not fit.
     physical = int(std::min<long long>(mb, 2147483647LL / 4));
     virtual_ = physical * 4;
+
+// Linux fills no time-zone record in gettimeofday, so the record is rebuilt from localtime_r:
+// minutes west of the standard-time offset (tm_gmtoff less the hour of daylight saving time
+// while it is in effect) and the daylight-saving flag.
+int localTimeZoneAt(long t, int& hours, int& minutes) {
+    tzset();  // localtime_r alone does not notice a changed TZ
+    const time_t when = time_t(t);
+    tm local;
+    if (localtime_r(&when, &local) == nullptr)
+        return -1;
+    const int dst = local.tm_isdst > 0 ? 1 : 0;
+    const int minutesWest = -int(local.tm_gmtoff / 60) + 60 * dst;
+    const int east = -minutesWest;
+    hours = east / 60;
+    minutes = east - hours * 60;
+    if (dst)
+        hours += 1;
+    return 0;
+}
+
+int System::getLocalTimeZone(int& hours, int& minutes) {
+    timeval now;
+    const int result = gettimeofday(&now, nullptr);
+    if (result != 0)
+        return result;
+    return localTimeZoneAt(long(now.tv_sec), hours, minutes);
 }
 
 }  // namespace vanta
