@@ -471,6 +471,31 @@ TEST(LatLng, PatternSetsAreSharedAndValid) {
     }
 }
 
+TEST(LatLng, NumbersConvertAsTheToolkitConvertsThem) {
+    std::vector<QString> texts = {"", ".", "12.", ".5", "0.", "1.2.3", "00012.500", " 5", "5 ",
+                                  "1e5", "+5", "-5", "inf", "nan", u16(u"\u0661"),
+                                  QString(126, u'9'), "0." + QString(124, u'0') + "7",
+                                  QString(400, u'9'), "0." + QString(400, u'0') + "1"};
+    std::mt19937 random(5);
+    const char alphabet[] = "0123456789.";
+    for (int i = 0; i < 20000; ++i) {
+        QString text;
+        for (int n = int(random() % 24); n > 0; --n)
+            text += QChar::fromLatin1(alphabet[random() % (sizeof alphabet - 1)]);
+        texts.push_back(text);
+    }
+    for (const QString& text : texts) {
+        bool expectedOk = false;
+        const double expected = text.toDouble(&expectedOk);
+        double converted = kUntouched;
+        ASSERT_EQ(latlng::toNumber(text, &converted), expectedOk) << text.toStdString();
+        // Bit for bit, so that "nan" compares too.
+        if (expectedOk) {
+            ASSERT_EQ(std::memcmp(&converted, &expected, sizeof(double)), 0) << text.toStdString();
+        }
+    }
+}
+
 // ---- The two engines, group by group ----
 
 // Compares the scanner with the compiled expressions on one text in every slot of every set.

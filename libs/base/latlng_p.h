@@ -39,6 +39,10 @@ enum class Engine { Scanner, Expression };
 void setEngine(Engine engine);
 Engine engine();
 
+// A captured number as QString::toDouble reads it, with its success flag; faster on the digits
+// and point that the patterns capture.
+bool toNumber(QStringView text, double* out);
+
 // Matches text against the whole of one slot's pattern with the current engine, filling groups.
 // False (groups undefined) when it does not match or text is longer than
 // kMaxCoordinateTextLength.
