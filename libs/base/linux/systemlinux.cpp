@@ -104,6 +104,7 @@ void System::getTotalMemoryMB(int& physical, int& virtual_) {
     // Kept within int: four times the memory of a very large machine would not fit.
     physical = int(std::min<long long>(mb, 2147483647LL / 4));
     virtual_ = physical * 4;
+}
 
 // Linux fills no time-zone record in gettimeofday, so the record is rebuilt from localtime_r:
 // minutes west of the standard-time offset (tm_gmtoff less the hour of daylight saving time
