@@ -18,7 +18,7 @@ namespace vanta {
 
 namespace {
 
-constexpr bool isSurrogate(char16_t u) { return (u & 0xF800) == 0xD800; }
+[[maybe_unused]] constexpr bool isSurrogate(char16_t u) { return (u & 0xF800) == 0xD800; }
 constexpr bool isHighSurrogate(char16_t u) { return (u & 0xFC00) == 0xD800; }
 constexpr bool isLowSurrogate(char16_t u) { return (u & 0xFC00) == 0xDC00; }
 
