@@ -1,0 +1,362 @@
+// XML reader on expat, the node tree it builds, and path lookup in that tree.
+#include <vanta/xml.h>
+
+#include <QFile>
+
+#include <expat.h>
+
+#include <atomic>
+#include <climits>
+#include <new>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace vanta {
+namespace {
+
+std::atomic<long> sLiveNodes{0};
+
+// The value of an element without text: empty but not null, so that XmlTree::getValue can tell
+// "no such node" (null) from "a node without text".
+const QString& emptyValue() {
+    static const QString empty = QStringLiteral("");
+    return empty;
+}
+
+// Allocates a node with doNew, or returns null when memory runs out (the parser then stops
+// instead of crashing).
+XmlNode* makeNode(const QString& name, const QString& value) {
+    void* memory = doNew(sizeof(XmlNode));
+    return memory ? ::new (memory) XmlNode(name, value) : nullptr;
+}
+
+bool isAsciiSpace(unsigned char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+// Pipes and character devices have no size; reading one stops here, so a source that never
+// ends (such as /dev/zero) cannot exhaust memory.
+constexpr qint64 kMaxUnsizedBytes = 256 * 1024 * 1024;
+
+// What the parser callbacks work on while one document is read.
+struct TreeBuilder {
+    XML_Parser parser = nullptr;
+    XmlNode* root = nullptr;
+    std::vector<XmlNode*> open;  // open elements, innermost last
+    std::string text;            // UTF-8 text gathered since the last element event
+    // Element names repeat throughout a document; each distinct name is converted once and its
+    // QString shared by every node of that name.
+    std::unordered_map<std::string, QString> names;
+    std::string key;  // reused lookup key, so that looking a name up does not allocate
+
+    const QString& elementName(const char* name) {
+        key.assign(name);
+        auto found = names.find(key);
+        if (found == names.end())
+            found = names.emplace(key, QString::fromUtf8(name)).first;
+        return found->second;
+    }
+
+    // The gathered text with white space stripped at both ends.
+    QString trimmedText() const {
+        const char* begin = text.data();
+        const char* end = begin + text.size();
+        while (begin < end && isAsciiSpace(*begin))
+            ++begin;
+        while (end > begin && isAsciiSpace(end[-1]))
+            --end;
+        if (begin == end)
+            return emptyValue();
+        QString value = QString::fromUtf8(begin, end - begin);
+        // Only a multi-byte character at either end can still be white space (such as U+00A0).
+        if (static_cast<unsigned char>(*begin) >= 0x80 ||
+            static_cast<unsigned char>(end[-1]) >= 0x80)
+            value = std::move(value).trimmed();
+        return value;
+    }
+
+    static void XMLCALL startElement(void* userData, const XML_Char* name, const XML_Char**) {
+        auto* self = static_cast<TreeBuilder*>(userData);
+        self->text.clear();
+        XmlNode* node = makeNode(self->elementName(name), QString());
+        if (!node) {
+            XML_StopParser(self->parser, XML_FALSE);
+            return;
+        }
+        if (self->open.empty())
+            self->root = node;
+        else
+            self->open.back()->addChild(node);
+        self->open.push_back(node);
+    }
+
+    static void XMLCALL endElement(void* userData, const XML_Char*) {
+        auto* self = static_cast<TreeBuilder*>(userData);
+        if (self->open.empty())
+            return;
+        self->open.back()->setValue(self->trimmedText());
+        self->open.pop_back();
+        self->text.clear();
+    }
+
+    static void XMLCALL characters(void* userData, const XML_Char* text, int length) {
+        static_cast<TreeBuilder*>(userData)->text.append(text, static_cast<size_t>(length));
+    }
+};
+
+// Hands the whole file to the parser in one final call. Regular files are read straight into
+// the parser's own buffer, so the document is held in memory once. Sets readFailed when the
+// file could not be read to its end.
+XML_Status parseFile(QFile& file, XML_Parser parser, bool& readFailed) {
+    readFailed = false;
+    const qint64 size = file.isSequential() ? 0 : file.size();
+    if (size > INT_MAX) {
+        readFailed = true;
+        return XML_STATUS_ERROR;
+    }
+    if (size > 0) {
+        auto* buffer = static_cast<char*>(XML_GetBuffer(parser, static_cast<int>(size)));
+        if (!buffer)
+            return XML_STATUS_ERROR;  // expat records "out of memory"
+        qint64 got = 0;
+        while (got < size) {
+            const qint64 n = file.read(buffer + got, size - got);
+            if (n < 0) {
+                readFailed = true;
+                return XML_STATUS_ERROR;
+            }
+            if (n == 0)
+                break;  // the file shrank while being read: parse what is there
+            got += n;
+        }
+        return XML_ParseBuffer(parser, static_cast<int>(got), XML_TRUE);
+    }
+    // No size known (a pipe, or a file whose size reads as 0): read to the end, within a limit.
+    QByteArray bytes;
+    char chunk[65536];
+    for (;;) {
+        const qint64 n = file.read(chunk, sizeof chunk);
+        if (n < 0 || bytes.size() + n > kMaxUnsizedBytes) {
+            readFailed = true;
+            return XML_STATUS_ERROR;
+        }
+        if (n == 0)
+            break;
+        bytes.append(chunk, n);
+    }
+    return XML_Parse(parser, bytes.constData(), static_cast<int>(bytes.size()), XML_TRUE);
+}
+
+}  // namespace
+
+// ---- XmlNode ----
+
+XmlNode::XmlNode(const QString& name, const QString& value) : mName(name), mValue(value) {
+    sLiveNodes.fetch_add(1, std::memory_order_relaxed);
+}
+
+XmlNode::~XmlNode() { sLiveNodes.fetch_sub(1, std::memory_order_relaxed); }
+
+long XmlNode::liveNodeCount() { return sLiveNodes.load(std::memory_order_relaxed); }
+
+void XmlNode::unlink() {
+    if (!mParent)
+        return;
+    (mPrevSibling ? mPrevSibling->mNextSibling : mParent->mFirstChild) = mNextSibling;
+    (mNextSibling ? mNextSibling->mPrevSibling : mParent->mLastChild) = mPrevSibling;
+    mParent = mPrevSibling = mNextSibling = nullptr;
+}
+
+void XmlNode::addChild(XmlNode* child) {
+    if (!child || child == this)
+        return;
+    child->unlink();
+    child->mParent = this;
+    child->mPrevSibling = mLastChild;
+    (mLastChild ? mLastChild->mNextSibling : mFirstChild) = child;
+    mLastChild = child;
+}
+
+void XmlNode::destroySelfAndHierarchy() {
+    unlink();
+    // Frees leaves one at a time: go down first children to a leaf, free it (its next sibling
+    // becomes its parent's first child), then continue from the parent. Each link is walked
+    // down and up once, and the depth of the tree costs no stack.
+    XmlNode* node = this;
+    for (;;) {
+        while (node->mFirstChild)
+            node = node->mFirstChild;
+        if (node == this)
+            break;
+        XmlNode* parent = node->mParent;
+        parent->mFirstChild = node->mNextSibling;
+        if (node->mNextSibling)
+            node->mNextSibling->mPrevSibling = nullptr;
+        else
+            parent->mLastChild = nullptr;
+        delete node;
+        node = parent;
+    }
+    delete this;
+}
+
+XmlNode* XmlNode::cloneHierarchy() const {
+    XmlNode* copy = makeNode(mName, mValue);
+    if (!copy)
+        return nullptr;
+    // Walks this subtree in document order, mirroring each step in the copy.
+    const XmlNode* from = this;
+    XmlNode* to = copy;
+    for (;;) {
+        XmlNode* parentCopy;
+        if (from->mFirstChild) {
+            from = from->mFirstChild;
+            parentCopy = to;
+        } else {
+            while (from != this && !from->mNextSibling) {
+                from = from->mParent;
+                to = to->mParent;
+            }
+            if (from == this)
+                return copy;
+            from = from->mNextSibling;
+            parentCopy = to->mParent;
+        }
+        to = makeNode(from->mName, from->mValue);
+        if (!to) {
+            copy->destroySelfAndHierarchy();
+            return nullptr;
+        }
+        parentCopy->addChild(to);
+    }
+}
+
+// ---- XmlReader ----
+
+XmlReader::XmlReader(const QString& path) { read(path); }
+
+XmlReader::XmlReader(const XmlReader& other)
+    : mRoot(other.mRoot ? other.mRoot->cloneHierarchy() : nullptr),
+      mErrorText(other.mErrorText) {}
+
+XmlReader& XmlReader::operator=(const XmlReader& other) {
+    if (this == &other)
+        return *this;
+    XmlNode* root = other.mRoot ? other.mRoot->cloneHierarchy() : nullptr;
+    if (mRoot)
+        mRoot->destroySelfAndHierarchy();
+    mRoot = root;
+    mErrorText = other.mErrorText;
+    return *this;
+}
+
+XmlReader::~XmlReader() {
+    if (mRoot)
+        mRoot->destroySelfAndHierarchy();
+}
+
+XmlNode* XmlReader::takeRootNode() {
+    XmlNode* root = mRoot;
+    mRoot = nullptr;
+    return root;
+}
+
+void XmlReader::read(const QString& path) {
+    QFile file(path);
+    const QString openFailure = QStringLiteral("Could not open file \"") + path + u'"';
+    if (!file.open(QIODevice::ReadOnly)) {
+        mErrorText = openFailure;
+        return;
+    }
+    // No forced encoding: the document's declaration (or byte order mark) decides.
+    XML_Parser parser = XML_ParserCreate(nullptr);
+    if (!parser) {
+        mErrorText = QStringLiteral("Parse error: ") +
+                     QString::fromUtf8(XML_ErrorString(XML_ERROR_NO_MEMORY)) +
+                     QStringLiteral("\nat line: 0, column: 0");
+        return;
+    }
+    TreeBuilder builder;
+    builder.parser = parser;
+    XML_SetUserData(parser, &builder);
+    XML_SetElementHandler(parser, TreeBuilder::startElement, TreeBuilder::endElement);
+    XML_SetCharacterDataHandler(parser, TreeBuilder::characters);
+    // External entities and DTDs are never fetched: no handler for them is set, and parameter
+    // entities (the way to an external DTD subset) are not parsed.
+    XML_SetParamEntityParsing(parser, XML_PARAM_ENTITY_PARSING_NEVER);
+
+    bool readFailed = false;
+    if (parseFile(file, parser, readFailed) == XML_STATUS_OK) {
+        mRoot = builder.root;
+    } else {
+        if (readFailed) {
+            mErrorText = openFailure;
+        } else {
+            mErrorText = QStringLiteral("Parse error: ");
+            if (const XML_LChar* message = XML_ErrorString(XML_GetErrorCode(parser)))
+                mErrorText += QString::fromUtf8(message);
+            mErrorText += QStringLiteral("\nat line: %1, column: %2")
+                              .arg(XML_GetCurrentLineNumber(parser))
+                              .arg(XML_GetCurrentColumnNumber(parser));
+        }
+        if (builder.root)
+            builder.root->destroySelfAndHierarchy();
+    }
+    XML_ParserFree(parser);
+}
+
+// ---- XmlPathFinder ----
+
+namespace {
+
+XmlNode* childNamed(XmlNode* parent, QStringView name) {
+    for (XmlNode* child = parent ? parent->getFirstChild() : nullptr; child;
+         child = child->getNextSibling()) {
+        if (child->getName() == name)
+            return child;
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+XmlNode* XmlPathFinder::find(XmlNode* start, const QString& path) const {
+    XmlNode* current = nullptr;
+    for (QStringView name : QStringView(path).tokenize(u'/', Qt::SkipEmptyParts)) {
+        if (!current) {
+            if (!start || start->getName() != name)
+                return nullptr;
+            current = start;
+        } else if (!(current = childNamed(current, name))) {
+            return nullptr;
+        }
+    }
+    return current;
+}
+
+XmlNode* XmlPathFinder::findChild(XmlNode* parent, const QString& name) const {
+    return childNamed(parent, name);
+}
+
+// ---- XmlTree ----
+
+XmlTree::XmlTree(XmlNode* root) : mRoot(root) {}
+
+XmlTree::~XmlTree() {
+    if (mRoot)
+        mRoot->destroySelfAndHierarchy();
+}
+
+QString XmlTree::getValue(const QString& path) const {
+    const XmlNode* node = XmlPathFinder().find(mRoot, path);
+    return node ? node->getValue() : QString();
+}
+
+bool XmlTree::setValue(const QString& path, QString value) {
+    XmlNode* node = XmlPathFinder().find(mRoot, path);
+    if (!node)
+        return false;
+    node->setValue(std::move(value));
+    return true;
+}
+
+}  // namespace vanta
