@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <climits>
+#include <cstring>
 #include <new>
 #include <string>
 #include <unordered_map>
@@ -37,9 +38,16 @@ bool isAsciiSpace(unsigned char c) { return c == ' ' || (c >= '\t' && c <= '\r')
 // ends (such as /dev/zero) cannot exhaust memory.
 constexpr qint64 kMaxUnsizedBytes = 256 * 1024 * 1024;
 
+// This version of expat expands entity references recursively, so a document declaring a long
+// chain of entities, each naming the next, could exhaust the stack (a few hundred bytes a
+// level). The recursion is at most as deep as the number of entities whose values hold a
+// reference; documents that declare more of those than this are refused ("parsing aborted").
+constexpr int kMaxReferringEntities = 256;
+
 // What the parser callbacks work on while one document is read.
 struct TreeBuilder {
     XML_Parser parser = nullptr;
+    int referringEntities = 0;
     XmlNode* root = nullptr;
     std::vector<XmlNode*> open;  // open elements, innermost last
     std::string text;            // UTF-8 text gathered since the last element event
@@ -100,6 +108,20 @@ struct TreeBuilder {
 
     static void XMLCALL characters(void* userData, const XML_Char* text, int length) {
         static_cast<TreeBuilder*>(userData)->text.append(text, static_cast<size_t>(length));
+    }
+
+    static void XMLCALL entityDeclaration(void* userData, const XML_Char*, int,
+                                          const XML_Char* value, int length, const XML_Char*,
+                                          const XML_Char*, const XML_Char*, const XML_Char*) {
+        auto* self = static_cast<TreeBuilder*>(userData);
+        if (!value)
+            return;  // an external entity: never loaded
+        // Any "&" counts, also one made by a character reference: it is parsed again when the
+        // entity is expanded.
+        const bool refers = std::memchr(value, '&', static_cast<size_t>(length)) ||
+                            std::memchr(value, '%', static_cast<size_t>(length));
+        if (refers && ++self->referringEntities > kMaxReferringEntities)
+            XML_StopParser(self->parser, XML_FALSE);
     }
 };
 
@@ -280,6 +302,7 @@ void XmlReader::read(const QString& path) {
     XML_SetUserData(parser, &builder);
     XML_SetElementHandler(parser, TreeBuilder::startElement, TreeBuilder::endElement);
     XML_SetCharacterDataHandler(parser, TreeBuilder::characters);
+    XML_SetEntityDeclHandler(parser, TreeBuilder::entityDeclaration);
     // External entities and DTDs are never fetched: no handler for them is set, and parameter
     // entities (the way to an external DTD subset) are not parsed.
     XML_SetParamEntityParsing(parser, XML_PARAM_ENTITY_PARSING_NEVER);
