@@ -9,6 +9,9 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
+
+#include <sys/stat.h>
 
 using vanta::XmlNode;
 using vanta::XmlPathFinder;
@@ -242,6 +245,26 @@ TEST_F(Xml, ReportsFilesThatCannotBeOpened) {
         EXPECT_EQ(reader.getErrorText(), "Could not open file \"" + path + "\"");
         EXPECT_EQ(reader.getRootNode(), nullptr);
     }
+}
+
+TEST_F(Xml, ReadsFromSourcesWithoutASize) {
+    const QString path = vantatest::scratchDir() + "/pipe.xml";
+    ASSERT_EQ(mkfifo(QFile::encodeName(path).constData(), 0600), 0);
+    // Large enough to take several reads from the pipe.
+    QByteArray document = "<r>";
+    for (int i = 0; i < 20000; ++i)
+        document += "<item>" + QByteArray::number(i) + "</item>";
+    document += "<last>end</last></r>";
+    std::thread writer([&] {
+        QFile pipe(path);
+        if (pipe.open(QIODevice::WriteOnly))
+            pipe.write(document);
+    });
+    XmlReader reader(path);
+    writer.join();
+    ASSERT_FALSE(reader.getErrorsOccurred()) << reader.getErrorText().toStdString();
+    EXPECT_EQ(checkLinks(reader.getRootNode()), 20002);
+    EXPECT_EQ(XmlPathFinder().find(reader.getRootNode(), "r/last")->getValue(), "end");
 }
 
 TEST_F(Xml, NeverLoadsExternalEntitiesOrDtds) {
