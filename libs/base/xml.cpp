@@ -5,6 +5,7 @@
 
 #include <expat.h>
 
+#include <algorithm>
 #include <atomic>
 #include <climits>
 #include <cstring>
@@ -16,20 +17,68 @@
 namespace vanta {
 namespace {
 
+// Counts nodes for leak checks. Trees add and remove their nodes in one step each, so the
+// per-node cost stays out of the atomic.
 std::atomic<long> sLiveNodes{0};
+
+// A block of nodes: this header, then room for `capacity` nodes. It is freed when the last
+// node built in it is released, whichever tree that node ended up in.
+struct alignas(std::max_align_t) NodeBlock {
+    long live;  // nodes built here and not yet released
+};
+
+}  // namespace
+
+// Builds the nodes of one tree (a reader's, or a copy) in blocks that grow as the tree does.
+class XmlNodeArena {
+public:
+    XmlNodeArena() = default;
+    XmlNodeArena(const XmlNodeArena&) = delete;
+    XmlNodeArena& operator=(const XmlNodeArena&) = delete;
+    ~XmlNodeArena() { sLiveNodes.fetch_add(mMade, std::memory_order_relaxed); }
+
+    // A new node, or null when memory runs out.
+    XmlNode* make(const QString& name, QString value) {
+        if (mUsed == mCapacity && !grow())
+            return nullptr;
+        void* slot = reinterpret_cast<char*>(mBlock + 1) + mUsed++ * sizeof(XmlNode);
+        XmlNode* node = ::new (slot) XmlNode(name);
+        node->mValue = std::move(value);
+        node->mBlock = mBlock;
+        ++mBlock->live;
+        ++mMade;
+        return node;
+    }
+
+private:
+    // Small documents stay small; large ones get blocks below the C library's mmap threshold.
+    static constexpr long kFirstCapacity = 32;
+    static constexpr long kMaxCapacity = 1024;
+
+    bool grow() {
+        const long capacity = mCapacity ? std::min(2 * mCapacity, kMaxCapacity) : kFirstCapacity;
+        void* memory = doNew(sizeof(NodeBlock) + capacity * sizeof(XmlNode));
+        if (!memory)
+            return false;
+        mBlock = ::new (memory) NodeBlock{0};
+        mCapacity = capacity;
+        mUsed = 0;
+        return true;
+    }
+
+    NodeBlock* mBlock = nullptr;
+    long mCapacity = 0;
+    long mUsed = 0;
+    long mMade = 0;
+};
+
+namespace {
 
 // The value of an element without text: empty but not null, so that XmlTree::getValue can tell
 // "no such node" (null) from "a node without text".
 const QString& emptyValue() {
     static const QString empty = QStringLiteral("");
     return empty;
-}
-
-// Allocates a node with doNew, or returns null when memory runs out (the parser then stops
-// instead of crashing).
-XmlNode* makeNode(const QString& name, const QString& value) {
-    void* memory = doNew(sizeof(XmlNode));
-    return memory ? ::new (memory) XmlNode(name, value) : nullptr;
 }
 
 bool isAsciiSpace(unsigned char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
@@ -47,21 +96,56 @@ constexpr int kMaxReferringEntities = 256;
 // What the parser callbacks work on while one document is read.
 struct TreeBuilder {
     XML_Parser parser = nullptr;
+    XmlNodeArena* arena = nullptr;
     int referringEntities = 0;
     XmlNode* root = nullptr;
-    std::vector<XmlNode*> open;  // open elements, innermost last
-    std::string text;            // UTF-8 text gathered since the last element event
-    // Element names repeat throughout a document; each distinct name is converted once and its
-    // QString shared by every node of that name.
-    std::unordered_map<std::string, QString> names;
+    std::string text;  // UTF-8 text gathered since the last element event
+
+    // Element names repeat throughout a document, mostly in the same order under the same
+    // parent. Each distinct name is converted once and its QString shared by every node of that
+    // name; each name also remembers the name that last came first under it and the one that
+    // last followed it, so that a regular document rarely needs the hash lookup.
+    struct Name {
+        QString text;
+        const std::string* bytes = nullptr;  // the key in `names`
+        Name* firstChild = nullptr;
+        Name* next = nullptr;
+    };
+    std::unordered_map<std::string, Name> names;  // entries never move
     std::string key;  // reused lookup key, so that looking a name up does not allocate
 
-    const QString& elementName(const char* name) {
+    struct Open {
+        XmlNode* node;
+        Name* name;
+        Name* lastChild;  // the name of the node's last child so far
+    };
+    std::vector<Open> open;  // open elements, innermost last
+
+    static bool sameName(const char* name, const std::string& bytes) {
+        return std::strncmp(name, bytes.data(), bytes.size()) == 0 && name[bytes.size()] == '\0';
+    }
+
+    Name* lookup(const char* name) {
         key.assign(name);
         auto found = names.find(key);
-        if (found == names.end())
-            found = names.emplace(key, QString::fromUtf8(name)).first;
-        return found->second;
+        if (found == names.end()) {
+            found = names.emplace(key, Name()).first;
+            found->second.text = QString::fromUtf8(name);
+            found->second.bytes = &found->first;
+        }
+        return &found->second;
+    }
+
+    // The name of an element starting now, under the innermost open element.
+    Name* elementName(const char* name) {
+        if (open.empty())
+            return lookup(name);
+        Open& parent = open.back();
+        Name*& expected = parent.lastChild ? parent.lastChild->next : parent.name->firstChild;
+        if (!expected || !sameName(name, *expected->bytes))
+            expected = lookup(name);
+        parent.lastChild = expected;
+        return expected;
     }
 
     // The gathered text with white space stripped at both ends.
@@ -85,7 +169,8 @@ struct TreeBuilder {
     static void XMLCALL startElement(void* userData, const XML_Char* name, const XML_Char**) {
         auto* self = static_cast<TreeBuilder*>(userData);
         self->text.clear();
-        XmlNode* node = makeNode(self->elementName(name), QString());
+        Name* elementName = self->elementName(name);
+        XmlNode* node = self->arena->make(elementName->text, QString());
         if (!node) {
             XML_StopParser(self->parser, XML_FALSE);
             return;
@@ -93,15 +178,15 @@ struct TreeBuilder {
         if (self->open.empty())
             self->root = node;
         else
-            self->open.back()->addChild(node);
-        self->open.push_back(node);
+            self->open.back().node->addChild(node);
+        self->open.push_back({node, elementName, nullptr});
     }
 
     static void XMLCALL endElement(void* userData, const XML_Char*) {
         auto* self = static_cast<TreeBuilder*>(userData);
         if (self->open.empty())
             return;
-        self->open.back()->setValue(self->trimmedText());
+        self->open.back().node->setValue(self->trimmedText());
         self->open.pop_back();
         self->text.clear();
     }
@@ -172,13 +257,33 @@ XML_Status parseFile(QFile& file, XML_Parser parser, bool& readFailed) {
 
 // ---- XmlNode ----
 
-XmlNode::XmlNode(const QString& name, const QString& value) : mName(name), mValue(value) {
+XmlNode::XmlNode(const QString& name, const QString& value) : mName(name), mValue(value) {}
+
+XmlNode::~XmlNode() = default;
+
+void* XmlNode::operator new(std::size_t size) {
+    void* memory = doNew(size);
+    if (!memory)
+        throw std::bad_alloc();
     sLiveNodes.fetch_add(1, std::memory_order_relaxed);
+    return memory;
 }
 
-XmlNode::~XmlNode() { sLiveNodes.fetch_sub(1, std::memory_order_relaxed); }
+void XmlNode::operator delete(void* p) {
+    sLiveNodes.fetch_sub(1, std::memory_order_relaxed);
+    doDelete(p);
+}
 
 long XmlNode::liveNodeCount() { return sLiveNodes.load(std::memory_order_relaxed); }
+
+void XmlNode::release(XmlNode* node) {
+    auto* block = static_cast<NodeBlock*>(node->mBlock);
+    node->~XmlNode();
+    if (!block)
+        doDelete(node);
+    else if (--block->live == 0)
+        doDelete(block);
+}
 
 void XmlNode::unlink() {
     if (!mParent)
@@ -203,26 +308,32 @@ void XmlNode::destroySelfAndHierarchy() {
     // Frees leaves one at a time: go down first children to a leaf, free it (its next sibling
     // becomes its parent's first child), then continue from the parent. Each link is walked
     // down and up once, and the depth of the tree costs no stack.
+    long released = 0;
     XmlNode* node = this;
     for (;;) {
         while (node->mFirstChild)
             node = node->mFirstChild;
-        if (node == this)
-            break;
         XmlNode* parent = node->mParent;
-        parent->mFirstChild = node->mNextSibling;
-        if (node->mNextSibling)
-            node->mNextSibling->mPrevSibling = nullptr;
-        else
-            parent->mLastChild = nullptr;
-        delete node;
+        if (node != this) {
+            parent->mFirstChild = node->mNextSibling;
+            if (node->mNextSibling)
+                node->mNextSibling->mPrevSibling = nullptr;
+            else
+                parent->mLastChild = nullptr;
+        }
+        const bool last = node == this;
+        release(node);
+        ++released;
+        if (last)
+            break;
         node = parent;
     }
-    delete this;
+    sLiveNodes.fetch_sub(released, std::memory_order_relaxed);
 }
 
 XmlNode* XmlNode::cloneHierarchy() const {
-    XmlNode* copy = makeNode(mName, mValue);
+    XmlNodeArena arena;
+    XmlNode* copy = arena.make(mName, mValue);
     if (!copy)
         return nullptr;
     // Walks this subtree in document order, mirroring each step in the copy.
@@ -243,7 +354,7 @@ XmlNode* XmlNode::cloneHierarchy() const {
             from = from->mNextSibling;
             parentCopy = to->mParent;
         }
-        to = makeNode(from->mName, from->mValue);
+        to = arena.make(from->mName, from->mValue);
         if (!to) {
             copy->destroySelfAndHierarchy();
             return nullptr;
@@ -297,8 +408,10 @@ void XmlReader::read(const QString& path) {
                      QStringLiteral("\nat line: 0, column: 0");
         return;
     }
+    XmlNodeArena arena;
     TreeBuilder builder;
     builder.parser = parser;
+    builder.arena = &arena;
     XML_SetUserData(parser, &builder);
     XML_SetElementHandler(parser, TreeBuilder::startElement, TreeBuilder::endElement);
     XML_SetCharacterDataHandler(parser, TreeBuilder::characters);

@@ -5,6 +5,9 @@
 
 #include <QString>
 
+#include <cstddef>
+#include <utility>
+
 namespace vanta {
 
 // One element of a tree: its name, its trimmed text and links to its parent, children and
@@ -29,7 +32,7 @@ public:
     // The element's text after its last child element, white space trimmed at both ends; an
     // element without text has an empty (not null) value.
     const QString& getValue() const { return mValue; }
-    void setValue(const QString& value) { mValue = value; }
+    void setValue(QString value) { mValue = std::move(value); }
 
     XmlNode* getParent() const { return mParent; }
     XmlNode* getFirstChild() const { return mFirstChild; }
@@ -44,9 +47,15 @@ public:
     // Nodes alive in the process, for tests that check nothing leaks.
     static long liveNodeCount();
 
+    // A node made with new comes from doNew; it is freed by destroySelfAndHierarchy only.
+    static void* operator new(std::size_t size);
+    static void operator delete(void* p);  // used only when a constructor throws
+
 private:
+    friend class XmlNodeArena;
     ~XmlNode();  // only destroySelfAndHierarchy frees nodes
     void unlink();
+    static void release(XmlNode* node);
 
     QString mName;
     QString mValue;
@@ -55,6 +64,9 @@ private:
     XmlNode* mLastChild = nullptr;  // keeps addChild constant-time for long child lists
     XmlNode* mPrevSibling = nullptr;
     XmlNode* mNextSibling = nullptr;
+    // The block a reader built this node in (shared with its neighbours in the document, so
+    // that a large tree costs few allocations), or null for a node allocated on its own.
+    void* mBlock = nullptr;
 };
 
 // Reads a whole XML file into a tree when constructed. The reader owns the tree until a caller
