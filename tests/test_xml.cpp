@@ -360,6 +360,45 @@ TEST_F(Xml, ReadsCopiesAndFreesVeryDeepDocuments) {
     EXPECT_EQ(checkLinks(copy.getRootNode()), kDepth);
 }
 
+TEST_F(Xml, ValuesStayIndependentAndOutliveTheirTree) {
+    // Values of every length around the sizes where storage changes, enough of them to fill
+    // several chunks of shared storage.
+    QStringList expected;
+    QByteArray document = "<r>";
+    for (int i = 0; i < 3000; ++i) {
+        const QString value = QString::number(i) + QString(i % 300, QChar(u'a' + i % 26));
+        expected << value;
+        document += "<v> " + value.toLatin1() + " </v>";
+    }
+    document += "</r>";
+    QStringList values;
+    {
+        XmlReader reader(writeDocument(document));
+        ASSERT_FALSE(reader.getErrorsOccurred());
+        for (const XmlNode* v = reader.getRootNode()->getFirstChild(); v; v = v->getNextSibling())
+            values << v->getValue();
+        // Changing one node's value leaves its neighbours alone.
+        XmlNode* second = reader.getRootNode()->getFirstChild()->getNextSibling();
+        second->setValue(second->getValue() + "!");
+        EXPECT_EQ(second->getPreviousSibling()->getValue(), expected[0]);
+        EXPECT_EQ(second->getNextSibling()->getValue(), expected[2]);
+    }
+    ASSERT_EQ(values, expected);
+    for (const QString& value : values)
+        ASSERT_EQ(value.utf16()[value.size()], 0) << value.toStdString();
+    // Growing a kept value must not spill into its neighbours, whether they are still alive
+    // or (for the last ones kept) gone.
+    values[0].append(QString(40, u'x'));
+    values[1].append(u'y');
+    EXPECT_EQ(values[0], expected[0] + QString(40, u'x'));
+    EXPECT_EQ(values[1], expected[1] + u'y');
+    EXPECT_EQ(values[2], expected[2]);
+    QString last = values.takeLast();
+    values.clear();
+    last.append(QString(500, u'z'));
+    EXPECT_EQ(last, expected.last() + QString(500, u'z'));
+}
+
 TEST_F(Xml, CopiedReadersOwnIndependentTrees) {
     XmlReader original(writeDocument("<r><a>1</a><b><c>2</c></b></r>"));
     XmlReader copy(original);

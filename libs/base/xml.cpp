@@ -1,6 +1,8 @@
 // XML reader on expat, the node tree it builds, and path lookup in that tree.
 #include <vanta/xml.h>
 
+#include <vanta/locks.h>
+
 #include <QFile>
 
 #include <expat.h>
@@ -81,6 +83,49 @@ const QString& emptyValue() {
     return empty;
 }
 
+// Element names live for the life of the process, shared by every tree, so that nodes copy and
+// free their names without touching a reference count (a measurable share of reading a
+// document). A hostile stream of distinct names cannot grow the pool without limit: past these
+// limits a node simply gets an ordinary string of its own.
+constexpr size_t kMaxPooledNames = 8192;
+constexpr qsizetype kMaxPooledNameLength = 64;
+
+class NamePool {
+public:
+    static NamePool& instance() {
+        static NamePool* pool = new NamePool;  // never destroyed: its names may outlive exit
+        return *pool;
+    }
+
+    // The shared name for these UTF-8 bytes; an ordinary string once the pool is full. Locks.
+    QString name(const std::string& utf8) {
+        CSMutex guard(mLock);
+        const auto found = mNames.find(utf8);
+        if (found != mNames.end())
+            return found->second;
+        QString converted = QString::fromUtf8(utf8.data(), static_cast<qsizetype>(utf8.size()));
+        if (mNames.size() >= kMaxPooledNames || converted.size() > kMaxPooledNameLength)
+            return converted;
+        const size_t bytes = (static_cast<size_t>(converted.size()) + 1) * sizeof(char16_t);
+        auto* storage = static_cast<char16_t*>(doNew(bytes));
+        if (!storage)
+            return converted;
+        std::memcpy(storage, converted.utf16(), bytes);
+        const QString pooled =
+            QString::fromRawData(reinterpret_cast<const QChar*>(storage), converted.size());
+        mNames.emplace(utf8, pooled);
+        return pooled;
+    }
+
+private:
+    SpinLock mLock;
+    std::unordered_map<std::string, QString> mNames;  // guarded by mLock
+};
+
+QString openFailure(const QString& path) {
+    return QStringLiteral("Could not open file \"") + path + u'"';
+}
+
 bool isAsciiSpace(unsigned char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 // Pipes and character devices have no size; reading one stops here, so a source that never
@@ -93,6 +138,55 @@ constexpr qint64 kMaxUnsizedBytes = 256 * 1024 * 1024;
 // reference; documents that declare more of those than this are refused ("parsing aborted").
 constexpr int kMaxReferringEntities = 256;
 
+// Leaf values are short and many. Rather than taking one allocation each, they are written one
+// after another into shared chunks, each followed by the terminating 0 that QString keeps, and
+// every value is an ordinary QString that refers to its slice and holds a reference to the
+// chunk. Changing a value copies it first, as with any shared QString; a chunk is freed with the
+// last value in it, so a value kept after its tree is gone keeps at most one chunk alive.
+class ValueChunks {
+public:
+    // A QString of the ASCII bytes [begin, begin + length), widened.
+    QString ascii(const char* begin, qsizetype length) {
+        if (length > kMaxPackedLength || (mUsed + length + 1 > mCapacity && !grow())) {
+            QString value(length, Qt::Uninitialized);
+            widen(begin, length, reinterpret_cast<char16_t*>(value.data()));
+            return value;
+        }
+        char16_t* slice = mChunk.data() + mUsed;
+        widen(begin, length, slice);
+        slice[length] = u'\0';
+        mUsed += length + 1;
+        mChunk.d_ptr()->ref();
+        return QString(QString::DataPointer(mChunk.d_ptr(), slice, length));
+    }
+
+private:
+    static constexpr qsizetype kMaxPackedLength = 256;
+    static constexpr qsizetype kFirstCapacity = 512;  // 16-bit units
+    static constexpr qsizetype kMaxCapacity = 16384;
+
+    static void widen(const char* in, qsizetype length, char16_t* out) {
+        for (qsizetype i = 0; i < length; ++i)
+            out[i] = static_cast<char16_t>(in[i]);
+    }
+
+    bool grow() {
+        const qsizetype capacity =
+            mCapacity ? std::min(2 * mCapacity, kMaxCapacity) : kFirstCapacity;
+        auto allocation = QTypedArrayData<char16_t>::allocate(capacity);
+        if (!allocation.first)
+            return false;
+        mChunk = QString::DataPointer(allocation, 0);  // drops this object's hold on the last one
+        mCapacity = capacity;
+        mUsed = 0;
+        return true;
+    }
+
+    QString::DataPointer mChunk;  // this object's own reference to the chunk being filled
+    qsizetype mCapacity = 0;
+    qsizetype mUsed = 0;
+};
+
 // What the parser callbacks work on while one document is read.
 struct TreeBuilder {
     XML_Parser parser = nullptr;
@@ -100,6 +194,7 @@ struct TreeBuilder {
     int referringEntities = 0;
     XmlNode* root = nullptr;
     std::string text;  // UTF-8 text gathered since the last element event
+    ValueChunks values;
 
     // Element names repeat throughout a document, mostly in the same order under the same
     // parent. Each distinct name is converted once and its QString shared by every node of that
@@ -121,8 +216,15 @@ struct TreeBuilder {
     };
     std::vector<Open> open;  // open elements, innermost last
 
+    // Names are short: a plain loop beats a library call. It stops at name's terminator,
+    // which never equals a byte of a stored name.
     static bool sameName(const char* name, const std::string& bytes) {
-        return std::strncmp(name, bytes.data(), bytes.size()) == 0 && name[bytes.size()] == '\0';
+        const size_t size = bytes.size();
+        for (size_t i = 0; i < size; ++i) {
+            if (name[i] != bytes[i])
+                return false;
+        }
+        return name[size] == '\0';
     }
 
     Name* lookup(const char* name) {
@@ -130,7 +232,7 @@ struct TreeBuilder {
         auto found = names.find(key);
         if (found == names.end()) {
             found = names.emplace(key, Name()).first;
-            found->second.text = QString::fromUtf8(name);
+            found->second.text = NamePool::instance().name(key);
             found->second.bytes = &found->first;
         }
         return &found->second;
@@ -149,7 +251,7 @@ struct TreeBuilder {
     }
 
     // The gathered text with white space stripped at both ends.
-    QString trimmedText() const {
+    QString trimmedText() {
         const char* begin = text.data();
         const char* end = begin + text.size();
         while (begin < end && isAsciiSpace(*begin))
@@ -158,12 +260,18 @@ struct TreeBuilder {
             --end;
         if (begin == end)
             return emptyValue();
-        QString value = QString::fromUtf8(begin, end - begin);
-        // Only a multi-byte character at either end can still be white space (such as U+00A0).
-        if (static_cast<unsigned char>(*begin) >= 0x80 ||
-            static_cast<unsigned char>(end[-1]) >= 0x80)
-            value = std::move(value).trimmed();
-        return value;
+        for (const char* in = begin; in < end; ++in) {
+            if (static_cast<unsigned char>(*in) >= 0x80) {
+                QString value = QString::fromUtf8(begin, end - begin);
+                // Only a multi-byte character at either end can still be white space (such as
+                // U+00A0), so only then is there more to trim.
+                if (static_cast<unsigned char>(*begin) >= 0x80 ||
+                    static_cast<unsigned char>(end[-1]) >= 0x80)
+                    value = std::move(value).trimmed();
+                return value;
+            }
+        }
+        return values.ascii(begin, end - begin);
     }
 
     static void XMLCALL startElement(void* userData, const XML_Char* name, const XML_Char**) {
@@ -395,9 +503,8 @@ XmlNode* XmlReader::takeRootNode() {
 
 void XmlReader::read(const QString& path) {
     QFile file(path);
-    const QString openFailure = QStringLiteral("Could not open file \"") + path + u'"';
     if (!file.open(QIODevice::ReadOnly)) {
-        mErrorText = openFailure;
+        mErrorText = openFailure(path);
         return;
     }
     // No forced encoding: the document's declaration (or byte order mark) decides.
@@ -412,6 +519,11 @@ void XmlReader::read(const QString& path) {
     TreeBuilder builder;
     builder.parser = parser;
     builder.arena = &arena;
+    // Room for a typical configuration file, so that small documents do not grow these step by
+    // step.
+    builder.names.reserve(32);
+    builder.open.reserve(16);
+    builder.text.reserve(256);
     XML_SetUserData(parser, &builder);
     XML_SetElementHandler(parser, TreeBuilder::startElement, TreeBuilder::endElement);
     XML_SetCharacterDataHandler(parser, TreeBuilder::characters);
@@ -425,7 +537,7 @@ void XmlReader::read(const QString& path) {
         mRoot = builder.root;
     } else {
         if (readFailed) {
-            mErrorText = openFailure;
+            mErrorText = openFailure(path);
         } else {
             mErrorText = QStringLiteral("Parse error: ");
             if (const XML_LChar* message = XML_ErrorString(XML_GetErrorCode(parser)))
