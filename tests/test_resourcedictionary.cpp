@@ -119,17 +119,6 @@ TEST(ResourceDictionary, DecodesLikeTheRegularExpression) {
     }
 }
 
-TEST(ResourceDictionary, InsertsAndReplacesEntries) {
-    ResourceDictionary dictionary;
-    EXPECT_TRUE(dictionary.insertEntryFromString("<17> <42>"));
-    EXPECT_TRUE(dictionary.insertEntryFromString("<17> <43>"));
-    EXPECT_TRUE(dictionary.insertEntryFromString("<17> <44> <9>"));
-    EXPECT_FALSE(dictionary.insertEntryFromString("<18>"));
-    EXPECT_EQ(dictionary.entries().size(), 2);
-    EXPECT_EQ(dictionary.entries().value(ResourceId("17")), "43");
-    EXPECT_EQ(dictionary.entries().value(ResourceId("17", "9")), "44");
-}
-
 TEST(ResourceDictionary, LoadsUpToTheFirstBadLine) {
     const struct {
         const char* name;
@@ -145,6 +134,7 @@ TEST(ResourceDictionary, LoadsUpToTheFirstBadLine) {
         {"bad first line", "no brackets\n<1> <a>", false, ""},
         {"bad last line", "<1> <a>\n<2> <b>\n<3> <", false, "<1> <a>\r\n<2> <b>\r\n"},
         {"later line replaces", "<1> <a>\n<1> <b>", true, "<1> <b>\r\n"},
+        {"owners make different keys", "<1> <a>\n<1> <b> <o>", true, "<1> <a>\r\n<1> <b> <o>\r\n"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -184,16 +174,6 @@ TEST(ResourceDictionary, RoundTripsItsExport) {
     EXPECT_TRUE(copy.loadFromString(exported(original)));
     EXPECT_EQ(copy.entries(), original.entries());
     EXPECT_EQ(exported(copy), exported(original));
-}
-
-TEST(ResourceDictionary, CopiesAreIndependent) {
-    ResourceDictionary original;
-    ASSERT_TRUE(original.loadFromString("<1> <a>"));
-    ResourceDictionary copy(original);
-    ASSERT_TRUE(copy.insertEntryFromString("<2> <b>"));
-    ASSERT_TRUE(copy.insertEntryFromString("<1> <z>"));
-    EXPECT_EQ(exported(original), "<1> <a>\r\n");
-    EXPECT_EQ(exported(copy), "<1> <z>\r\n<2> <b>\r\n");
 }
 
 }  // namespace

@@ -369,11 +369,10 @@ XmlNode::XmlNode(const QString& name, const QString& value) : mName(name), mValu
 
 XmlNode::~XmlNode() = default;
 
-void* XmlNode::operator new(std::size_t size) {
+void* XmlNode::operator new(std::size_t size) noexcept {
     void* memory = doNew(size);
-    if (!memory)
-        throw std::bad_alloc();
-    sLiveNodes.fetch_add(1, std::memory_order_relaxed);
+    if (memory)
+        sLiveNodes.fetch_add(1, std::memory_order_relaxed);
     return memory;
 }
 

@@ -13,7 +13,8 @@ namespace vanta {
 // One element of a tree: its name, its trimmed text and links to its parent, children and
 // siblings (document order). Attributes are not kept. Nodes live on the heap (doNew) and are
 // freed only through destroySelfAndHierarchy, which frees the whole subtree without recursion.
-// Not thread-safe; a tree belongs to one thread at a time.
+// Not thread-safe: the nodes read from one document share storage, so they belong to one thread
+// at a time, even after being split into several trees.
 class XmlNode : public MemoryObject {
 public:
     explicit XmlNode(const QString& name, const QString& value = QString());
@@ -47,8 +48,9 @@ public:
     // Nodes alive in the process, for tests that check nothing leaks.
     static long liveNodeCount();
 
-    // A node made with new comes from doNew; it is freed by destroySelfAndHierarchy only.
-    static void* operator new(std::size_t size);
+    // A node made with new comes from doNew (new gives null when memory runs out); it is freed
+    // by destroySelfAndHierarchy only.
+    static void* operator new(std::size_t size) noexcept;
     static void operator delete(void* p);  // used only when a constructor throws
 
 private:
