@@ -1,0 +1,118 @@
+// Typed settings: TypedSetting<bool|int|QString>, IntSetting, HashedStringSetting, and the
+// numeric conversion helpers behind their getVal/setVal.
+#pragma once
+
+#include <vanta/settings.h>
+
+#include <QString>
+
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+class QDateTime;
+
+namespace vanta {
+
+// Numeric views of setting values. A type without a meaningful number reads as 0.0 and ignores
+// numbers written to it.
+inline double convertToDouble(double value) { return value; }
+// Returns the new value (the old one is not needed for plain numbers).
+inline double convertFromDouble(double /*oldValue*/, double newValue) { return newValue; }
+double convertToDouble(const QString& value);
+void convertFromDouble(QString& value, double number);
+double convertToDouble(const QDateTime& value);
+void convertFromDouble(QDateTime& value, double number);
+double convertToDouble(const std::pair<int, int>& value);
+void convertFromDouble(std::pair<int, int>& value, double number);
+
+// A setting holding a T (bool, int or QString) with a fixed default and its own stack of values
+// saved by the open save frames. Not thread-safe: settings belong to the main thread.
+template <class T>
+class TypedSetting : public Setting {
+public:
+    // Value and default start as defaultValue; the flags are stored for client code.
+    TypedSetting(SettingGroup& group, const QString& name, const T& defaultValue,
+                 bool firstFlag = true, bool secondFlag = false)
+        : Setting(group, name, firstFlag, secondFlag), mValue(defaultValue), mDefault(defaultValue) {}
+    ~TypedSetting() override;
+
+    // The one way to change the value. Always stamps the modifier; when the value really
+    // changes it is recorded in the innermost open save frame (if any), assigned, and reported
+    // to the observers. Allocates nothing when no frame is open.
+    void set(T value);
+
+    const T& getValue() const { return mValue; }
+    const T& getDefault() const { return mDefault; }
+    // Number of values saved by open frames.
+    int getSavedCount() const { return int(mSaved.size()); }
+
+    void fromString(const QString& text) override;
+    QString toString() const override;
+    double getVal() const override;
+    void setVal(double value) override;
+    int getType() const override;
+    void pushSetting() override;
+    bool popSetting() override;
+
+private:
+    T mValue;
+    T mDefault;
+    std::vector<T> mSaved;  // the most recently saved value is at the back
+};
+
+// Inline so callers skip the call into the library for the common, unobserved change.
+template <class T>
+inline void TypedSetting<T>::set(T value) {
+    stampModifier();
+    if (value == mValue)
+        return;
+    saveForRestore();
+    mValue = std::move(value);
+    notifyChanged();
+}
+
+template <> void TypedSetting<bool>::fromString(const QString& text);
+template <> QString TypedSetting<bool>::toString() const;
+template <> double TypedSetting<bool>::getVal() const;
+template <> void TypedSetting<bool>::setVal(double value);
+template <> int TypedSetting<bool>::getType() const;
+template <> void TypedSetting<int>::fromString(const QString& text);
+template <> QString TypedSetting<int>::toString() const;
+template <> double TypedSetting<int>::getVal() const;
+template <> void TypedSetting<int>::setVal(double value);
+template <> int TypedSetting<int>::getType() const;
+template <> void TypedSetting<QString>::fromString(const QString& text);
+template <> QString TypedSetting<QString>::toString() const;
+template <> double TypedSetting<QString>::getVal() const;
+template <> void TypedSetting<QString>::setVal(double value);
+template <> int TypedSetting<QString>::getType() const;
+
+extern template class TypedSetting<bool>;
+extern template class TypedSetting<int>;
+extern template class TypedSetting<QString>;
+
+// An integer setting with a class of its own; same behaviour and type code as TypedSetting<int>.
+class IntSetting : public TypedSetting<int> {
+public:
+    IntSetting(SettingGroup& group, const QString& name, int defaultValue,
+               bool firstFlag = true, bool secondFlag = false);
+    ~IntSetting() override;
+};
+
+// A string setting that carries the CRC-32 of its default's UTF-8 bytes, computed once: later
+// changes of the value do not update it.
+class HashedStringSetting : public TypedSetting<QString> {
+public:
+    HashedStringSetting(SettingGroup& group, const QString& name, const QString& defaultValue,
+                        bool firstFlag = true, bool secondFlag = false);
+    ~HashedStringSetting() override;
+
+    uint32_t getHash() const { return mHash; }
+    int getType() const override;
+
+private:
+    uint32_t mHash;
+};
+
+}  // namespace vanta
