@@ -6,6 +6,7 @@
 
 #include "testsupport.h"
 
+#include <QDir>
 #include <QFile>
 #include <QSettings>
 
@@ -188,6 +189,7 @@ TEST_F(VersionInfoTest, CorruptSettingsFileReadsAsEmpty) {
     std::unique_ptr<QSettings> s(VersionInfo::createUserAppSettings());
     const QString path = s->fileName();
     s.reset();
+    QDir().mkpath(path.section(QLatin1Char('/'), 0, -2));
     QFile file(path);
     ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
     file.write(QByteArray("[General\n\x01\x02\xff=\"\\\ncurrentVersion\n@Variant(\x7f\n"));
