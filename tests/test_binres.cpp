@@ -109,27 +109,6 @@ TEST(BinRes, SearchOrderOnScratchFolders) {
     }
 }
 
-TEST(BinRes, SearchOrderOnShippedBanners) {
-    const QString dir = sourceResources();
-    const struct {
-        const char* locales;
-        const char* expected;
-    } rows[] = {
-        {"fr_CA de", "/fr.lproj/welcome.png"},
-        {"de_AT fr", "/de_AT.lproj/welcome.png"},
-        {"de_CH", "/de.lproj/welcome.png"},
-        {"ja_JP en_GB", "/en.lproj/welcome.png"},
-        {"ja_JP", ""},
-    };
-    for (const auto& row : rows) {
-        const QString found = BinRes::SearchLocaleDirsForResource(
-            QStringLiteral("png"), QStringLiteral("welcome"), dir, QStringLiteral("lproj"),
-            list(row.locales));
-        EXPECT_EQ(found, *row.expected ? dir + QLatin1String(row.expected) : QString())
-            << row.locales;
-    }
-}
-
 TEST(BinRes, RegionEmphasisUsesSavedLocaleAndLowerCase) {
     installAt(vantatest::scratchDir() + QStringLiteral("/prefix"), sourceResources());
     vantatest::ScopedEnv language("LANGUAGE", "de");
@@ -203,12 +182,4 @@ TEST(BinRes, MissingAndBrokenResources) {
     EXPECT_TRUE(BinRes::ExtractPixmap(QStringLiteral("png"), 0).isNull());
     EXPECT_TRUE(BinRes::GetResourcePath(QStringLiteral("png"), QStringLiteral("folder")).isEmpty());
     EXPECT_FALSE(BinRes::GetResourcePath(QStringLiteral("PNG"), QStringLiteral("corrupt")).isEmpty());
-}
-
-TEST(BinRes, StyleSwitch) {
-    EXPECT_FALSE(BinRes::useVantaStyle());
-    BinRes::setUseVantaStyle(true);
-    EXPECT_TRUE(sUseVantaStyle);
-    BinRes::setUseVantaStyle(false);
-    EXPECT_FALSE(BinRes::useVantaStyle());
 }
