@@ -1,5 +1,6 @@
 // Tests of SpinLock, CSMutex, the process-wide locks, TestThenAdd and System::sleep.
 #include <vanta/locks.h>
+#include <vanta/locks_p.h>
 #include <vanta/system.h>
 
 #include "testsupport.h"
@@ -33,6 +34,14 @@ void onOtherThread(F body) {
 }
 
 }  // namespace
+
+TEST(SpinLock, OwnerIdentityIsTheCallersPthread) {
+    auto check = [] { return pthread_equal(currentThread(), pthread_self()) != 0; };
+    EXPECT_TRUE(check());
+    bool other = false;
+    onOtherThread([&] { other = check(); });
+    EXPECT_TRUE(other);
+}
 
 TEST(SpinLock, RecursionCountsEveryLevel) {
     SpinLock lock;

@@ -37,8 +37,8 @@ TEST(ToWString, SurrogatesCombineOnlyWhenPaired) {
         {"empty", QString(), {}},
         {"ascii", QStringLiteral("abc"), {'a', 'b', 'c'}},
         {"pair keeps length", fromUnits({0xD83D, 0xDE00}), {0x1F600, 0}},
-        {"lowest pair", fromUnits({0xD800, 0xDC00}), {0x10000, 0}},
-        {"highest pair", fromUnits({0xDBFF, 0xDFFF}), {0x10FFFF, 0}},
+        {"lowest and highest pairs", fromUnits({0xD800, 0xDC00, 0xDBFF, 0xDFFF}),
+         {0x10000, 0x10FFFF, 0, 0}},
         {"lone low", fromUnits({0xDC00}), {0xDC00}},
         {"lone high at end", fromUnits({'x', 0xD83D}), {'x', 0xD83D}},
         {"high then ascii", fromUnits({0xD83D, 'a'}), {0xD83D, 'a'}},
@@ -47,7 +47,6 @@ TEST(ToWString, SurrogatesCombineOnlyWhenPaired) {
         // Long enough to cross the block fast path with a pair straddling a block edge.
         {"pair across block", fromUnits({'0', '1', '2', '3', '4', '5', '6', 0xD83D, 0xDE00, '9'}),
          {'0', '1', '2', '3', '4', '5', '6', 0x1F600, '9', 0}},
-        {"zero unit kept", fromUnits({'a', 0, 'b'}), {'a', 0, 'b'}},
     };
     for (const Row& row : rows)
         EXPECT_EQ(codes(toWString(row.in)), row.out) << row.name;
@@ -93,19 +92,9 @@ TEST(ToQString, NullEmptyAndLengthForms) {
     EXPECT_EQ(toQString(L"abc\0def"), QStringLiteral("abc")) << "the pointer form stops at zero";
 }
 
-TEST(ToQString, RoundTripsThroughWideAndBack) {
-    const QString text = QStringLiteral("Zürich 東京 Москва 🌍🚀 end");
-    const std::wstring wide = toWString(text);
-    const std::wstring trimmed(wide.c_str());  // drop the zeros the pairs left behind
-    EXPECT_EQ(toQString(trimmed), text);
-    EXPECT_EQ(trimmed, text.toStdWString());
-}
-
 TEST(HexEncode, EveryByteHasItsEscape) {
     EXPECT_STREQ(hexEncode('A'), "%41");
     EXPECT_STREQ(hexEncode('\xff'), "%ff");
-    EXPECT_STREQ(hexEncode('\0'), "%00");
-    EXPECT_STREQ(hexEncode('\n'), "%0a");
     for (int i = 0; i < 256; ++i)
         EXPECT_EQ(QString::fromLatin1(hexEncode(char(i))),
                   QStringLiteral("%") + QStringLiteral("%1").arg(i, 2, 16, QLatin1Char('0')))
@@ -178,7 +167,7 @@ TEST(Utf8OStream, GrowsByDoublingFromAnyCapacity) {
 
 TEST(Utf8OStream, AppendsAfterEarlierTextAndMatchesQtForValidText) {
     Utf8OStream stream(0);
-    const QString text = QStringLiteral("Grüße, 世界! Привет. ");
+    const QString text = QStringLiteral("Grüße, 世界! Привет. ");  // no surrogates: as toUtf8
     QByteArray expected;
     for (int i = 0; i < 40; ++i) {
         stream << text;

@@ -8,9 +8,31 @@ namespace vanta {
 
 namespace {
 
-inline pthread_t self() { return pthread_self(); }
+inline pthread_t self() { return currentThread(); }
 
 }  // namespace
+
+bool CriticalRegion::enterContended(unsigned int durationMs, uint32_t spinCount) {
+    for (uint32_t i = 0; i < spinCount; ++i) {
+        futex::relax();
+        uint32_t expected = 0;
+        if (mWord.load(std::memory_order_relaxed) == 0 &&
+            mWord.compare_exchange_weak(expected, 1, std::memory_order_acquire,
+                                        std::memory_order_relaxed))
+            return true;
+    }
+    timespec deadline{};
+    const bool limited = durationMs != kForever;
+    if (limited)
+        deadline = futex::deadlineAfter(durationMs);
+    // Mark the word contended so the holder wakes a sleeper on exit.
+    while (mWord.exchange(2, std::memory_order_acquire) != 0) {
+        if (limited && futex::passed(deadline))
+            return false;
+        futex::wait(mWord, 2, limited ? &deadline : nullptr);
+    }
+    return true;
+}
 
 SpinLock::SpinLock(unsigned long spinCount) : mData(new SpinLockData) {
     mData->spinCount = System::getNumProcessors() > 1 ? uint32_t(spinCount) : 0;
@@ -19,28 +41,45 @@ SpinLock::SpinLock(unsigned long spinCount) : mData(new SpinLockData) {
 SpinLock::~SpinLock() { delete mData; }
 
 int SpinLock::lock(unsigned int timeoutMs) {
+    SpinLockData& d = *mData;
     const pthread_t me = self();
-    if (pthread_equal(mData->owner.load(std::memory_order_relaxed), me)) {
-        ++mData->depth;
+    if (pthread_equal(d.owner.load(std::memory_order_relaxed), me)) {
+        ++d.depth;
         return 0;
     }
+    if (!d.region.tryEnter())
+        return timeoutMs == 0 ? -1 : lockContended(timeoutMs);
+    d.owner.store(me, std::memory_order_relaxed);
+    d.depth = 1;
+    return 0;
+}
+
+// The region was taken when lock() looked: wait for it, out of line so the paths above need no
+// stack frame.
+int SpinLock::lockContended(unsigned int timeoutMs) {
+    SpinLockData& d = *mData;
     const unsigned int duration = timeoutMs == kForever ? CriticalRegion::kForever : timeoutMs;
-    if (!mData->region.enter(duration, mData->spinCount))
+    if (!d.region.enter(duration, d.spinCount))
         return -1;
-    mData->owner.store(me, std::memory_order_relaxed);
-    mData->depth = 1;
+    d.owner.store(self(), std::memory_order_relaxed);
+    d.depth = 1;
     return 0;
 }
 
 int SpinLock::trylock() { return lock(0); }
 
 int SpinLock::unlock() {
-    if (!pthread_equal(mData->owner.load(std::memory_order_relaxed), self()))
+    SpinLockData& d = *mData;
+    if (!pthread_equal(d.owner.load(std::memory_order_relaxed), self()))
         return -1;
-    if (--mData->depth > 0)
+    const int depth = d.depth;
+    if (depth > 1) {
+        d.depth = depth - 1;
         return 0;
-    mData->owner.store(0, std::memory_order_relaxed);
-    mData->region.exit();
+    }
+    // The depth is left at 1: it counts only while there is an owner, and the next owner sets it.
+    d.owner.store(0, std::memory_order_relaxed);
+    d.region.exit();
     return 0;
 }
 

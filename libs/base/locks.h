@@ -41,6 +41,7 @@ public:
     bool isOwnedByCaller() const;
 
 private:
+    int lockContended(unsigned int timeoutMs);
     friend class Conditional;
     SpinLockData* mData;
 };

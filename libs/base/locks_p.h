@@ -4,8 +4,27 @@
 #include "linux/futex_p.h"
 
 #include <pthread.h>
+#include <sys/single_threaded.h>
 
 namespace vanta {
+
+// The calling thread's pthread_t. On x86-64 glibc a pthread_t is the thread pointer itself, so it
+// is read without a call; lock and unlock need it on every call.
+inline pthread_t currentThread() {
+#if defined(__x86_64__) && defined(__GLIBC__) && defined(__has_builtin)
+#if __has_builtin(__builtin_thread_pointer)
+    return reinterpret_cast<pthread_t>(__builtin_thread_pointer());
+#endif
+#endif
+    return pthread_self();
+}
+
+// True while the process has one thread. Then nobody can touch a lock word concurrently, so it
+// can be taken and released with plain loads and stores instead of locked instructions (the C
+// library's own mutexes do the same). The flag turns false before a second thread starts, and
+// only the one existing thread can start it, so a check followed by a plain update cannot be
+// overtaken.
+inline bool singleThreaded() { return __libc_single_threaded != 0; }
 
 // A non-recursive critical region on one futex word: 0 free, 1 taken, 2 taken with sleepers.
 // Recursion is handled above it by SpinLock.
@@ -13,44 +32,40 @@ class CriticalRegion {
 public:
     static constexpr unsigned int kForever = 0x7fffffff;
 
+    // Enters if the region is free now; never waits.
+    bool tryEnter() {
+        if (singleThreaded()) {
+            if (mWord.load(std::memory_order_relaxed) != 0)
+                return false;
+            mWord.store(1, std::memory_order_relaxed);
+            return true;
+        }
+        uint32_t expected = 0;
+        return mWord.compare_exchange_strong(expected, 1, std::memory_order_acquire,
+                                             std::memory_order_relaxed);
+    }
+
     // Enters within durationMs (0: only if free now; kForever: no limit). True when entered.
     bool enter(unsigned int durationMs, uint32_t spinCount) {
-        uint32_t expected = 0;
-        if (mWord.compare_exchange_strong(expected, 1, std::memory_order_acquire,
-                                          std::memory_order_relaxed))
-            return true;
-        if (durationMs == 0)
-            return false;
-        for (uint32_t i = 0; i < spinCount; ++i) {
-            futex::relax();
-            expected = 0;
-            if (mWord.load(std::memory_order_relaxed) == 0 &&
-                mWord.compare_exchange_weak(expected, 1, std::memory_order_acquire,
-                                            std::memory_order_relaxed))
-                return true;
-        }
-        return enterSlow(durationMs);
+        return tryEnter() || (durationMs != 0 && enterContended(durationMs, spinCount));
     }
 
     void exit() {
-        if (mWord.exchange(0, std::memory_order_release) == 2)
+        uint32_t previous;
+        if (singleThreaded()) {
+            previous = mWord.load(std::memory_order_relaxed);
+            mWord.store(0, std::memory_order_relaxed);
+        } else {
+            previous = mWord.exchange(0, std::memory_order_release);
+        }
+        if (previous == 2)
             futex::wake(mWord, 1);
     }
 
 private:
-    bool enterSlow(unsigned int durationMs) {
-        timespec deadline{};
-        const bool limited = durationMs != kForever;
-        if (limited)
-            deadline = futex::deadlineAfter(durationMs);
-        // Mark the word contended so the holder wakes a sleeper on exit.
-        while (mWord.exchange(2, std::memory_order_acquire) != 0) {
-            if (limited && futex::passed(deadline))
-                return false;
-            futex::wait(mWord, 2, limited ? &deadline : nullptr);
-        }
-        return true;
-    }
+    // Polls up to spinCount times, then sleeps on the word until it is free or time runs out.
+    // Out of line, so the uncontended path above stays small.
+    bool enterContended(unsigned int durationMs, uint32_t spinCount);
 
     std::atomic<uint32_t> mWord{0};
 };

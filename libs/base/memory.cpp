@@ -1,23 +1,51 @@
-// Managed allocation: doNew/doDelete and the MemoryObject class operators.
-// (Interim: C library blocks only, until the memory pools land.)
-#include "memory.h"
+// Managed allocation: doNew/doDelete, the MemoryObject class operators, heap managers and buffers.
+#include <vanta/memory.h>
+
+#include <vanta/memorypool.h>
 
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 namespace vanta {
+
+namespace {
+
+// The header before every managed payload: two words, so payloads keep the pool's alignment.
+struct BlockHeader {
+    MemoryManager* manager;
+    unsigned long size;
+};
+static_assert(sizeof(BlockHeader) == HeapManager::kHeaderSize);
+
+inline BlockHeader* headerOf(const void* payload) {
+    return reinterpret_cast<BlockHeader*>(const_cast<char*>(static_cast<const char*>(payload)) -
+                                          sizeof(BlockHeader));
+}
+
+constexpr unsigned long kDefaultPoolSize = 4194304;
+
+}  // namespace
 
 void* doNew(unsigned long size, MemoryManager* mm) {
     return mm ? mm->alloc(size) : std::malloc(size);
 }
 
-void doDelete(void* p, MemoryManager*) { std::free(p); }
+void doDelete(void* p, MemoryManager*) {
+    if (!p)
+        return;
+    if (!MemoryPool::isPointerFromPool(p))
+        std::free(p);
+    else
+        headerOf(p)->manager->free(p);
+}
 
 void* Malloc(unsigned long size, MemoryManager* mm) { return doNew(size, mm); }
 
 void* Calloc(unsigned long size, MemoryManager* mm) {
     void* p = Malloc(size, mm);
-    std::memset(p, 0, size);
+    if (p)
+        std::memset(p, 0, size);
     return p;
 }
 
@@ -25,17 +53,95 @@ void* Realloc(void* p, unsigned long size) { return p ? std::realloc(p, size) : 
 
 void Free(void* p) { doDelete(p); }
 
-void* MemoryObject::operator new(std::size_t size) { return doNew(size ? size : 1); }
-void* MemoryObject::operator new[](std::size_t size) { return doNew(size ? size : 1); }
-void* MemoryObject::operator new(std::size_t size, MemoryManager* mm) {
+void* MemoryObject::operator new(std::size_t size) noexcept { return doNew(size ? size : 1); }
+void* MemoryObject::operator new[](std::size_t size) noexcept { return doNew(size ? size : 1); }
+void* MemoryObject::operator new(std::size_t size, MemoryManager* mm) noexcept {
     return doNew(size ? size : 1, mm);
 }
-void* MemoryObject::operator new[](std::size_t size, MemoryManager* mm) {
+void* MemoryObject::operator new[](std::size_t size, MemoryManager* mm) noexcept {
     return doNew(size ? size : 1, mm);
 }
 void MemoryObject::operator delete(void* p) { doDelete(p); }
 void MemoryObject::operator delete[](void* p) { doDelete(p); }
 void MemoryObject::operator delete(void* p, MemoryManager*) { doDelete(p); }
 void MemoryObject::operator delete[](void* p, MemoryManager*) { doDelete(p); }
+
+std::atomic<MemoryPool*> HeapManager::sDefaultPool{nullptr};
+
+HeapManager::HeapManager(MemoryPool* pool) : mPool(pool) {
+    if (!mPool) {
+        // Built once even when several threads make their first managers at the same time.
+        static std::once_flag once;
+        std::call_once(once, [] {
+            sDefaultPool.store(new MemoryPool("default", kDefaultPoolSize),
+                               std::memory_order_release);
+        });
+        mPool = sDefaultPool.load(std::memory_order_acquire);
+    }
+    if (mPool)
+        TestThenAdd(mPool->refCount(), 1);
+}
+
+HeapManager::~HeapManager() {
+    clear();
+    if (mPool && TestThenAdd(mPool->refCount(), -1) == 1)
+        delete mPool;
+}
+
+void* HeapManager::alloc(unsigned long size) {
+    // The header must fit too; a size this close to the limit cannot be served anyway.
+    if (!mPool || size > ~0ul - kHeaderSize)
+        return nullptr;
+    auto* header = static_cast<BlockHeader*>(mPool->mallocCounted(size + kHeaderSize, size));
+    if (!header)
+        return nullptr;
+    header->manager = this;
+    header->size = size;
+    // A plain read and write: exact for a manager used by one thread at a time, approximate
+    // (never torn) for one shared by threads, which is all its users may rely on.
+    mAllocatedSize.store(mAllocatedSize.load(std::memory_order_relaxed) + size,
+                         std::memory_order_relaxed);
+    return header + 1;
+}
+
+void HeapManager::free(void* p) {
+    if (!p)
+        return;
+    BlockHeader* header = headerOf(p);
+    mAllocatedSize.store(mAllocatedSize.load(std::memory_order_relaxed) - header->size,
+                         std::memory_order_relaxed);
+    mPool->freeCounted(header, header->size);
+}
+
+void* HeapManager::allocAligned(unsigned long size, unsigned long) { return alloc(size); }
+
+void HeapManager::clear() {}
+
+MemoryManager* HeapManager::managerOf(const void* payload) { return headerOf(payload)->manager; }
+
+unsigned long HeapManager::sizeOf(const void* payload) { return headerOf(payload)->size; }
+
+HeapBuffer::HeapBuffer(HeapManager* manager, unsigned long capacity, unsigned long alignment)
+    : mData(manager ? manager->allocAligned(capacity, alignment) : Malloc(capacity, nullptr)),
+      mCapacity(mData ? capacity : 0),
+      mAlignment(alignment),
+      mManager(manager) {}
+
+HeapBuffer::~HeapBuffer() {
+    if (mManager)
+        mManager->free(mData);
+    else
+        Free(mData);
+}
+
+bool HeapBuffer::appendData(void const* src, unsigned long n) {
+    if (!src || n == 0)
+        return true;
+    if (n > mCapacity - mUsed)
+        return false;
+    std::memcpy(static_cast<char*>(mData) + mUsed, src, n);
+    mUsed += n;
+    return true;
+}
 
 }  // namespace vanta

@@ -1,33 +1,46 @@
-// Managed allocation: memory managers, managed objects and the doNew/doDelete family.
+// Managed allocation: memory managers, pool-backed heap managers, managed objects and buffers.
+//
+// A block from a HeapManager carries a two-word header (its manager, its size) just before the
+// payload; any other block came from the C library heap. doDelete tells the two apart by asking
+// whether the address lies in a memory pool, so one delete serves both kinds.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 
 namespace vanta {
 
 class MemoryManager;
+class MemoryPool;
 
-// Allocates size bytes: from mm when given, otherwise from the C library's malloc.
-// Returns null on failure; never throws.
+// Allocates size bytes: from mm when given (through its virtual alloc), otherwise from the C
+// library's malloc. Returns null on failure; never throws. The caller owns the block.
 void* doNew(unsigned long size, MemoryManager* mm = nullptr);
-// Frees a block from doNew, whichever heap it came from. Null does nothing. The manager argument
-// is ignored: a pool block names its own manager.
+// Frees a block from doNew, whichever heap it came from: a pool block goes to the manager named
+// in its header, any other to the C library's free. Null does nothing. The manager argument is
+// ignored.
 void doDelete(void* p, MemoryManager* mm = nullptr);
 
+// Same as doNew.
 void* Malloc(unsigned long size, MemoryManager* mm = nullptr);
-// Malloc, then zeroes the size bytes.
+// Malloc, then zeroes the size bytes. Null (nothing zeroed) when the allocation failed.
 void* Calloc(unsigned long size, MemoryManager* mm = nullptr);
-// For C library blocks only: null p gives doNew(size, null), otherwise realloc.
+// For C library blocks only: null p gives doNew(size, null), otherwise the C library's realloc.
+// A pool block must not be passed here.
 void* Realloc(void* p, unsigned long size);
+// Same as doDelete.
 void Free(void* p);
 
-// Base class whose class operators route every heap instance through doNew/doDelete.
+// Base class whose class operators route every heap instance through doNew/doDelete, so an
+// object may be placed with a manager (new (mm) T) and still be deleted with a plain delete.
+// Allocation failure gives a null pointer, never an exception.
 class MemoryObject {
 public:
-    static void* operator new(std::size_t size);
-    static void* operator new[](std::size_t size);
-    static void* operator new(std::size_t size, MemoryManager* mm);
-    static void* operator new[](std::size_t size, MemoryManager* mm);
+    // A size of 0 is served as 1, so every object has a distinct address.
+    static void* operator new(std::size_t size) noexcept;
+    static void* operator new[](std::size_t size) noexcept;
+    static void* operator new(std::size_t size, MemoryManager* mm) noexcept;
+    static void* operator new[](std::size_t size, MemoryManager* mm) noexcept;
     static void operator delete(void* p);
     static void operator delete[](void* p);
     static void operator delete(void* p, MemoryManager* mm);
@@ -38,8 +51,86 @@ public:
 class MemoryManager : public MemoryObject {
 public:
     virtual ~MemoryManager() = default;
+    // A block of size bytes, or null; the caller owns it until free.
     virtual void* alloc(unsigned long size) = 0;
+    // Returns a block from alloc.
     virtual void free(void* p) = 0;
+};
+
+// A manager that carves its blocks from a memory pool, writes the managed header before each
+// payload and keeps count of the payload bytes it has handed out.
+//
+// Thread safety: alloc and free may run on several threads (the pool serialises the block
+// operations and keeps its own counter exact); the manager's counter is an atomic updated without
+// a lock, exact while one thread at a time uses the manager, approximate otherwise.
+class HeapManager : public MemoryManager {
+public:
+    // The pool used by managers built without one: created on first need (a 4 MiB first region),
+    // then kept for the life of the process.
+    static std::atomic<MemoryPool*> sDefaultPool;
+
+    // Uses pool, or the default pool when pool is null, and holds one reference on it.
+    explicit HeapManager(MemoryPool* pool = nullptr);
+    // Drops the reference on the pool, deleting the pool when this was the last one. Blocks still
+    // live are not freed.
+    ~HeapManager() override;
+
+    // A 16-byte aligned payload of size bytes behind a header naming this manager. Null when the
+    // pool is exhausted. Does not block beyond the pool's lock.
+    void* alloc(unsigned long size) override;
+    // Returns a block of this manager (header included) to the pool; null does nothing.
+    void free(void* p) override;
+    // Calls alloc(size): payloads already have the pool's 16-byte alignment; larger alignments
+    // are not applied.
+    void* allocAligned(unsigned long size, unsigned long alignment);
+    // Does nothing: a heap manager does not track its blocks.
+    void clear();
+    // The payload bytes of this manager's live blocks.
+    unsigned long getAllocatedSize() const {
+        return mAllocatedSize.load(std::memory_order_relaxed);
+    }
+    MemoryPool* getPool() const { return mPool; }
+
+    // The bytes of the header before every payload, and the payload's manager and size as the
+    // header records them.
+    static constexpr unsigned long kHeaderSize = 2 * sizeof(void*);
+    static MemoryManager* managerOf(const void* payload);
+    static unsigned long sizeOf(const void* payload);
+
+private:
+    std::atomic<unsigned long> mAllocatedSize{0};
+    MemoryPool* mPool;
+};
+
+// A byte buffer of fixed capacity, filled by appending; it never grows.
+class HeapBuffer : public MemoryObject {
+public:
+    // Storage of capacity bytes from manager->allocAligned, or from Malloc without a manager.
+    // If the storage cannot be had, the buffer has capacity 0.
+    HeapBuffer(HeapManager* manager, unsigned long capacity, unsigned long alignment);
+    // Returns the storage to its manager, or through Free.
+    virtual ~HeapBuffer();
+
+    HeapBuffer(const HeapBuffer&) = delete;
+    HeapBuffer& operator=(const HeapBuffer&) = delete;
+
+    // Copies n bytes after the used ones. True at once (nothing copied) for a null src or n of 0;
+    // false, copying nothing, when they would not fit.
+    bool appendData(void const* src, unsigned long n);
+
+    void* getData() const { return mData; }
+    unsigned long getUsed() const { return mUsed; }
+    unsigned long getCapacity() const { return mCapacity; }
+    unsigned long getAlignment() const { return mAlignment; }
+    HeapManager* getManager() const { return mManager; }
+
+private:
+    [[maybe_unused]] int mOne = 1;  // set at construction, not otherwise used
+    void* mData;
+    unsigned long mUsed = 0;
+    unsigned long mCapacity;
+    unsigned long mAlignment;
+    HeapManager* mManager;
 };
 
 }  // namespace vanta

@@ -18,10 +18,10 @@ static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t));
 inline uint32_t* address(std::atomic<uint32_t>& word) { return reinterpret_cast<uint32_t*>(&word); }
 
 // An absolute CLOCK_MONOTONIC deadline ms milliseconds from now.
-inline timespec deadlineAfter(unsigned int ms) {
+inline timespec deadlineAfter(unsigned long ms) {
     timespec t;
     clock_gettime(CLOCK_MONOTONIC, &t);
-    t.tv_sec += ms / 1000;
+    t.tv_sec += time_t(ms / 1000);
     t.tv_nsec += long(ms % 1000) * 1000000L;
     if (t.tv_nsec >= 1000000000L) {
         t.tv_sec += 1;

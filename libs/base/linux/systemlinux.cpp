@@ -1,7 +1,14 @@
 // Linux implementation of vanta::System's machine-bound operations.
 #include <vanta/system.h>
+#include <vanta/system_p.h>
 
+#include <vanta/sysinfo_p.h>
+#include <vanta/linux/platform_p.h>
+
+#include <algorithm>
 #include <ctime>
+#include <sys/utsname.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace vanta {
@@ -25,6 +32,105 @@ int System::getNumProcessors() {
         return n > 0 ? int(n) : 1;
     }();
     return count;
+}
+
+// ---- Machine description ----
+
+void System::getOSVersion(OSVersion& os, int& major, int& minor, int& build, int& servicePack) {
+    os = kLinux;
+    utsname names;
+    sysinfo::parseKernelRelease(::uname(&names) == 0 ? QByteArray(names.release) : QByteArray(),
+                                major, minor, build, servicePack);
+}
+
+int System::getProcessorType() {
+    int cpuType = 0, cpuSubtype = 0;
+#if defined(__i386__) || defined(__x86_64__)
+    const QByteArray cpuinfo = linuxio::readSmallFile("/proc/cpuinfo");
+    const long long family = linuxio::keyedNumber(cpuinfo, "cpu family");
+    sysinfo::x86Report(family < 0 ? 0 : int(family), cpuType, cpuSubtype);
+#endif
+    return processorTypeFor(cpuType, cpuSubtype);
+}
+
+float System::getProcessorClockSpeed() {
+    const QByteArray maxKHz =
+        linuxio::readFirstLine("/sys/devices/system/cpu/cpu0/cpufreq/cpuinfo_max_freq");
+    bool ok = false;
+    const unsigned long long kHz = maxKHz.toULongLong(&ok);
+    if (ok && kHz > 0)
+        return float(kHz * 1000ULL);
+    // Virtual machines often have no cpufreq; the nominal rate in cpuinfo is the next best.
+    const QByteArray mhz =
+        linuxio::keyedValue(linuxio::readSmallFile("/proc/cpuinfo"), "cpu MHz");
+    const double rate = mhz.toDouble(&ok);
+    return ok && rate > 0 ? float(rate * 1e6) : 0.0f;
+}
+
+namespace {
+
+// A /proc/meminfo figure in bytes; -1 when absent.
+long long meminfoBytes(const QByteArray& meminfo, const char* key) {
+    const long long kB = linuxio::keyedNumber(meminfo, key);
+    return kB < 0 ? -1 : kB * 1024;
+}
+
+}  // namespace
+
+void System::getAvailableMemoryMB(int& physical, int& virtual_) {
+    const QByteArray meminfo = linuxio::readSmallFile("/proc/meminfo");
+    physical = sysinfo::saturatedMB(meminfoBytes(meminfo, "MemAvailable"));
+    virtual_ = sysinfo::saturatedMB(2147483647);
+}
+
+void System::getUsedMemoryMB(int& physical, int& virtual_) {
+    const QByteArray meminfo = linuxio::readSmallFile("/proc/meminfo");
+    const long long total = meminfoBytes(meminfo, "MemTotal");
+    const long long available = meminfoBytes(meminfo, "MemAvailable");
+    physical = total < 0 || available < 0 ? 0 : sysinfo::saturatedMB(total - available);
+    const long long pagesOut =
+        linuxio::keyedNumber(linuxio::readSmallFile("/proc/vmstat"), "pswpout");
+    const long long pageSize = sysconf(_SC_PAGESIZE);
+    // Saturate before multiplying: a long-lived machine's page-out count times the page size
+    // could pass what 64 bits hold.
+    virtual_ = pagesOut <= 0 ? 0
+               : pagesOut > 2147483647LL / pageSize ? sysinfo::saturatedMB(2147483647)
+                                                    : sysinfo::saturatedMB(pagesOut * pageSize);
+}
+
+void System::getTotalMemoryMB(int& physical, int& virtual_) {
+    const long long total = meminfoBytes(linuxio::readSmallFile("/proc/meminfo"), "MemTotal");
+    const long long mb = total < 0 ? 0 : total >> 20;
+    // Kept within int: four times the memory of a very large machine would not fit.
+    physical = int(std::min<long long>(mb, 2147483647LL / 4));
+    virtual_ = physical * 4;
+}
+
+// Linux fills no time-zone record in gettimeofday, so the record is rebuilt from localtime_r:
+// minutes west of the standard-time offset (tm_gmtoff less the hour of daylight saving time
+// while it is in effect) and the daylight-saving flag.
+int localTimeZoneAt(long t, int& hours, int& minutes) {
+    tzset();  // localtime_r alone does not notice a changed TZ
+    const time_t when = time_t(t);
+    tm local;
+    if (localtime_r(&when, &local) == nullptr)
+        return -1;
+    const int dst = local.tm_isdst > 0 ? 1 : 0;
+    const int minutesWest = -int(local.tm_gmtoff / 60) + 60 * dst;
+    const int east = -minutesWest;
+    hours = east / 60;
+    minutes = east - hours * 60;
+    if (dst)
+        hours += 1;
+    return 0;
+}
+
+int System::getLocalTimeZone(int& hours, int& minutes) {
+    timeval now;
+    const int result = gettimeofday(&now, nullptr);
+    if (result != 0)
+        return result;
+    return localTimeZoneAt(long(now.tv_sec), hours, minutes);
 }
 
 }  // namespace vanta

@@ -1,0 +1,410 @@
+// Benchmarks of memory pools and heap managers against glibc malloc, with jemalloc and mimalloc
+// beside them for reference: churn of a working set on one and two threads, large blocks, and the
+// memory a working set costs.
+//
+// mimalloc is loaded with dlopen(RTLD_LOCAL) and called through its own entry points
+// (mi_malloc/mi_free), so it does not replace malloc for the process and glibc stays a fair peer
+// in the same run. jemalloc cannot be loaded that way (it needs static TLS that a dlopen'ed
+// library does not get), so its figures come from a child process of this benchmark started with
+// jemalloc preloaded, which times the same workload on its malloc and reports back. The memory
+// figures likewise come from fresh child processes, one per allocator, so no allocator's retained
+// memory counts in another's. Times are the process's processor time (user and system, all
+// threads), so other programs on a shared machine do not inflate them.
+#include <vanta/memory.h>
+#include <vanta/memorypool.h>
+
+#include "benchmain.h"
+
+#include <benchmark/benchmark.h>
+
+#include <dlfcn.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace vanta;
+
+namespace {
+
+constexpr unsigned long kFirstRegion = 4194304;
+
+// The churn workload: 10,000 live blocks, 10 million steps, each freeing a random slot's block
+// and allocating one of 16..512 bytes in its place.
+constexpr std::size_t kChurnLive = 10000;
+constexpr long kChurnSteps = 10000000;
+// Large blocks: 64 KiB..1 MiB, 64 live, 200,000 steps.
+constexpr std::size_t kLargeLive = 64;
+constexpr long kLargeSteps = 200000;
+// Memory: the churn sizes with 100,000 live blocks.
+constexpr std::size_t kMemoryLive = 100000;
+constexpr long kMemorySteps = 10000000;
+
+// A small fast generator with a fixed seed, so every allocator sees the same sequence.
+struct Rng {
+    std::uint64_t state;
+    std::uint64_t next() {
+        state ^= state << 13;
+        state ^= state >> 7;
+        state ^= state << 17;
+        return state;
+    }
+};
+
+// ---- The allocators, each with alloc/free ----
+
+struct Glibc {
+    void* alloc(std::size_t n) { return std::malloc(n); }
+    void free(void* p) { std::free(p); }
+};
+
+struct Manager {
+    HeapManager* manager;
+    void* alloc(std::size_t n) { return manager->alloc(n); }
+    void free(void* p) { manager->free(p); }
+};
+
+struct Pool {
+    MemoryPool* pool;
+    void* alloc(std::size_t n) { return pool->malloc(n); }
+    void free(void* p) { pool->free(p); }
+};
+
+// A peer loaded at run time; alloc is null when the library is not there.
+struct Loaded {
+    void* (*allocFn)(std::size_t, int) = nullptr;
+    void (*freeFn)(void*, int) = nullptr;
+    void* (*allocPlain)(std::size_t) = nullptr;
+    void (*freePlain)(void*) = nullptr;
+    bool available() const { return allocFn || allocPlain; }
+    void* alloc(std::size_t n) { return allocFn ? allocFn(n, 0) : allocPlain(n); }
+    void free(void* p) {
+        if (freeFn)
+            freeFn(p, 0);
+        else
+            freePlain(p);
+    }
+};
+
+Loaded& mimalloc() {
+    static Loaded peer = [] {
+        Loaded l;
+        if (void* lib = dlopen("libmimalloc.so.2", RTLD_NOW | RTLD_LOCAL)) {
+            l.allocPlain = reinterpret_cast<void* (*)(std::size_t)>(dlsym(lib, "mi_malloc"));
+            l.freePlain = reinterpret_cast<void (*)(void*)>(dlsym(lib, "mi_free"));
+            if (!l.allocPlain || !l.freePlain)
+                l.allocPlain = nullptr;
+        } else {
+            std::fprintf(stderr, "mimalloc not loaded: %s\n", dlerror());
+        }
+        return l;
+    }();
+    return peer;
+}
+
+// A pool owned by its manager alone, so the manager's destruction returns it.
+struct OwnPool {
+    HeapManager* manager;
+    OwnPool() : manager(new HeapManager(new MemoryPool("bench", kFirstRegion))) {
+        TestThenAdd(manager->getPool()->refCount(), -1);
+    }
+    ~OwnPool() { delete manager; }
+};
+
+// ---- The workloads ----
+
+// Frees a random slot's block and allocates a new one, steps times. minSize..maxSize bytes;
+// every block has its first byte written (and, with touchPages, one byte per page), as a program
+// would. Returns the peak of live payload bytes.
+template <class A>
+std::size_t churn(A& a, std::size_t live, long steps, std::size_t minSize, std::size_t maxSize,
+                  std::uint64_t seed, bool touchPages = false) {
+    Rng rng{seed};
+    const std::size_t span = maxSize - minSize + 1;
+    std::vector<void*> slot(live);
+    std::vector<std::size_t> sizes(live);
+    std::size_t liveBytes = 0, peak = 0;
+    auto place = [&](std::size_t k) {
+        const std::size_t n = minSize + rng.next() % span;
+        char* p = static_cast<char*>(a.alloc(n));
+        p[0] = char(k);
+        if (touchPages) {
+            for (std::size_t at = 4096; at < n; at += 4096)
+                p[at] = char(k);
+        }
+        slot[k] = p;
+        sizes[k] = n;
+        liveBytes += n;
+        peak = std::max(peak, liveBytes);
+    };
+    for (std::size_t k = 0; k < live; ++k)
+        place(k);
+    for (long step = 0; step < steps; ++step) {
+        const std::size_t k = rng.next() % live;
+        a.free(slot[k]);
+        liveBytes -= sizes[k];
+        place(k);
+    }
+    benchmark::DoNotOptimize(slot.data());
+    for (void* p : slot)
+        a.free(p);
+    return peak;
+}
+
+
+// Both threads run the whole churn workload, each on an allocator of its own from make().
+template <class MakeA>
+void churnTwoThreads(MakeA make) {
+    std::thread threads[2];
+    for (int t = 0; t < 2; ++t)
+        threads[t] = std::thread([&make, t] {
+            auto a = make();
+            churn(*a, kChurnLive, kChurnSteps, 16, 512, 777 + std::uint64_t(t));
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+struct OwnPoolManager {
+    OwnPool own;
+    Manager a{own.manager};
+    void* alloc(std::size_t n) { return a.alloc(n); }
+    void free(void* p) { a.free(p); }
+};
+
+// Processor time of the whole process (every thread, user and system), in seconds. The machine
+// the benchmarks run on is shared, so wall time would count other programs' load.
+double cpuSeconds() {
+    timespec t;
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+    return double(t.tv_sec) + double(t.tv_nsec) * 1e-9;
+}
+
+// A field of /proc/self/status in bytes ("VmRSS", "VmHWM").
+std::size_t statusBytes(const char* field) {
+    std::ifstream in("/proc/self/status");
+    std::string line;
+    const std::size_t length = std::strlen(field);
+    while (std::getline(in, line)) {
+        if (line.compare(0, length, field) == 0 && line[length] == ':')
+            return std::strtoul(line.c_str() + length + 1, nullptr, 10) * 1024;
+    }
+    return 0;
+}
+
+// Runs one workload on allocators from make(): seconds of wall time for the timed workloads,
+// peak resident growth over peak live payload for "memory".
+template <class MakeA>
+double runWorkload(const std::string& workload, MakeA make) {
+    if (workload == "memory") {
+        auto a = make();
+        std::ofstream("/proc/self/clear_refs") << "5";  // restart the high-water mark here
+        const std::size_t before = statusBytes("VmRSS");
+        const std::size_t peak = churn(*a, kMemoryLive, kMemorySteps, 16, 512, 4242);
+        return double(statusBytes("VmHWM") - before) / double(peak);
+    }
+    const double start = cpuSeconds();
+    if (workload == "churn") {
+        auto a = make();
+        churn(*a, kChurnLive, kChurnSteps, 16, 512, 12345);
+    } else if (workload == "churn2") {
+        churnTwoThreads(make);
+    } else if (workload == "large") {
+        auto a = make();
+        churn(*a, kLargeLive, kLargeSteps, 64 * 1024, 1024 * 1024, 999, true);
+    } else {
+        return 0;
+    }
+    return cpuSeconds() - start;
+}
+
+double runNamed(const std::string& workload, const std::string& allocator) {
+    if (allocator == "ours")
+        return runWorkload(workload, [] { return std::make_unique<OwnPoolManager>(); });
+    if (allocator == "mimalloc" && mimalloc().available())
+        return runWorkload(workload, [] { return std::make_unique<Loaded>(mimalloc()); });
+    // glibc, or whatever malloc the child was started with (jemalloc preloaded).
+    if (allocator == "glibc" || allocator == "jemalloc")
+        return runWorkload(workload, [] { return std::make_unique<Glibc>(); });
+    return 0;
+}
+
+// In a child started by inChild: runs the requested workload, prints its figure, and exits
+// before the benchmark runner starts.
+const bool sIsChild = [] {
+    const char* request = std::getenv("VANTA_BENCH_MEMORY_CHILD");
+    if (!request)
+        return false;
+    const std::string text(request);
+    const auto blank = text.find(' ');
+    const double figure = runNamed(text.substr(0, blank), text.substr(blank + 1));
+    std::printf("%.17g\n", figure);
+    std::fflush(stdout);
+    _exit(figure > 0 ? 0 : 1);
+}();
+
+// Runs a workload in a fresh child process of this benchmark; with jemalloc, that child has
+// jemalloc preloaded as its malloc. Returns the child's figure, 0 when it failed.
+double inChild(const char* workload, const char* allocator) {
+    const std::string request =
+        std::string("VANTA_BENCH_MEMORY_CHILD=") + workload + " " + allocator;
+    std::vector<std::string> env;
+    for (char** e = environ; *e; ++e) {
+        if (std::strncmp(*e, "LD_PRELOAD=", 11) != 0)
+            env.push_back(*e);
+    }
+    env.push_back(request);
+    if (std::strcmp(allocator, "jemalloc") == 0)
+        env.push_back("LD_PRELOAD=libjemalloc.so.2");
+    std::vector<char*> envp;
+    for (std::string& e : env)
+        envp.push_back(e.data());
+    envp.push_back(nullptr);
+    char exe[] = "/proc/self/exe";
+    char* argv[] = {exe, nullptr};
+
+    int fds[2];
+    if (pipe(fds) != 0)
+        return 0;
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, fds[1], 1);
+    posix_spawn_file_actions_addclose(&actions, fds[0]);
+    pid_t pid = -1;
+    const int spawned = posix_spawn(&pid, exe, &actions, nullptr, argv, envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    close(fds[1]);
+    std::string out;
+    char buffer[128];
+    ssize_t n;
+    while (spawned == 0 && (n = read(fds[0], buffer, sizeof buffer)) > 0)
+        out.append(buffer, std::size_t(n));
+    close(fds[0]);
+    int status = 1;
+    if (spawned == 0)
+        waitpid(pid, &status, 0);
+    return spawned == 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0
+               ? std::strtod(out.c_str(), nullptr)
+               : 0;
+}
+
+// ---- The benchmarks ----
+
+void timed(benchmark::State& state, const char* workload, const char* allocator,
+           long steps) {
+    if (std::strcmp(allocator, "mimalloc") == 0 && !mimalloc().available())
+        return state.SkipWithError("mimalloc not loaded");
+    for (auto _ : state) {
+        const double seconds = std::strcmp(allocator, "jemalloc") == 0
+                                   ? inChild(workload, allocator)
+                                   : runNamed(workload, allocator);
+        if (seconds <= 0)
+            return state.SkipWithError("workload failed");
+        state.SetIterationTime(seconds);
+    }
+    state.SetItemsProcessed(state.iterations() * steps);
+}
+
+// Through MemoryPool::malloc/free directly, without the managed header.
+void churnPoolOurs(benchmark::State& state) {
+    for (auto _ : state) {
+        MemoryPool pool("bench", kFirstRegion);
+        Pool a{&pool};
+        const double start = cpuSeconds();
+        churn(a, kChurnLive, kChurnSteps, 16, 512, 12345);
+        state.SetIterationTime(cpuSeconds() - start);
+    }
+    state.SetItemsProcessed(state.iterations() * kChurnSteps);
+}
+
+// Not timed: computes the memory figures once and adds them to the printed results.
+void memoryFigures(benchmark::State& state) {
+    for (auto _ : state) {
+        char line[400];
+        {
+            OwnPool own;
+            Manager a{own.manager};
+            const std::size_t peak = churn(a, kMemoryLive, kMemorySteps, 16, 512, 4242);
+            const double ratio = double(own.manager->getPool()->getMappedBytes()) / double(peak);
+            std::snprintf(line, sizeof line,
+                          "memory/ours (HeapManager, headers included): bytes mapped at peak / "
+                          "peak live payload = %.3f (target <= 1.25: %s); %zu live blocks of "
+                          "16..512 bytes, %ld steps, %.1f MB peak payload",
+                          ratio, ratio <= 1.25 ? "met" : "MISSED", kMemoryLive, kMemorySteps,
+                          double(peak) / 1e6);
+            vantabench::note(line);
+        }
+        {
+            MemoryPool pool("bench", kFirstRegion);
+            Pool a{&pool};
+            const std::size_t peak = churn(a, kMemoryLive, kMemorySteps, 16, 512, 4242);
+            std::snprintf(line, sizeof line,
+                          "memory/ours (MemoryPool, no header): bytes mapped at peak / peak live "
+                          "payload = %.3f",
+                          double(pool.getMappedBytes()) / double(peak));
+            vantabench::note(line);
+        }
+        std::snprintf(line, sizeof line,
+                      "memory/peak resident growth / peak live payload, each in a fresh child "
+                      "process: ours %.3f, glibc %.3f, jemalloc %.3f, mimalloc %.3f",
+                      inChild("memory", "ours"), inChild("memory", "glibc"),
+                      inChild("memory", "jemalloc"), inChild("memory", "mimalloc"));
+        vantabench::note(line);
+    }
+    vantabench::note("jemalloc figures come from a child process with jemalloc preloaded "
+                     "(it cannot be dlopen'ed: static TLS); mimalloc is called in process "
+                     "through mi_malloc/mi_free.");
+}
+
+}  // namespace
+
+VANTA_BENCH_TARGET("churn_manager", "glibc", 1.0);
+VANTA_BENCH_TARGET("churn_pool", "glibc", 1.0);
+VANTA_BENCH_TARGET("churn_2threads", "glibc", 1.0);
+VANTA_BENCH_TARGET("large", "glibc", 1.0);
+
+namespace {
+
+// Every group runs ours and the three peers on the same workload, three times each.
+const bool sRegistered = [] {
+    struct Group {
+        const char* name;
+        const char* workload;
+        long steps;
+    };
+    const Group groups[] = {{"churn_manager", "churn", kChurnSteps},
+                            {"churn_pool", "churn", kChurnSteps},
+                            {"churn_2threads", "churn2", 2 * kChurnSteps},
+                            {"large", "large", kLargeSteps}};
+    for (const Group& group : groups) {
+        for (const char* allocator : {"ours", "glibc", "jemalloc", "mimalloc"}) {
+            const std::string name = std::string(group.name) + "/" + allocator;
+            benchmark::internal::Benchmark* b;
+            if (std::strcmp(group.name, "churn_pool") == 0 && std::strcmp(allocator, "ours") == 0)
+                b = benchmark::RegisterBenchmark(name.c_str(), churnPoolOurs);
+            else
+                b = benchmark::RegisterBenchmark(
+                    name.c_str(), [group, allocator](benchmark::State& state) {
+                        timed(state, group.workload, allocator, group.steps);
+                    });
+            b->Iterations(3)->UseManualTime()->Unit(benchmark::kMillisecond);
+        }
+    }
+    benchmark::RegisterBenchmark("memory_figures", memoryFigures)
+        ->Iterations(1)
+        ->Unit(benchmark::kMillisecond);
+    return true;
+}();
+
+}  // namespace

@@ -1,0 +1,113 @@
+// Linux sources of the user's locales (LANGUAGE, LC_ALL, LC_MESSAGES, LANG) and the browser
+// launch through xdg-open.
+#include <vanta/locales.h>
+#include <vanta/system.h>
+
+#include <QRegularExpression>
+#include <QUrl>
+
+#include <cerrno>
+#include <cstdlib>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <thread>
+
+extern char** environ;
+
+namespace vanta {
+
+namespace {
+
+// A locale setting as a canonical identifier: "de_CH.UTF-8@euro" gives "de_CH", "pt-br" gives
+// "pt_BR". Null for "C", "POSIX" and anything that is not language[_Script][_REGION].
+QString canonicalLocale(const QByteArray& setting) {
+    static const QRegularExpression kForm(QStringLiteral(
+        "^([A-Za-z]{2,3})(?:_([A-Za-z]{4}))?(?:_([A-Za-z]{2}|[0-9]{3}))?$"));
+    QByteArray name = setting;
+    const int at = name.indexOf('@');
+    if (at >= 0)
+        name.truncate(at);
+    const int dot = name.indexOf('.');
+    if (dot >= 0)
+        name.truncate(dot);
+    name.replace('-', '_');
+    const QRegularExpressionMatch m = kForm.match(QString::fromLatin1(name));
+    if (!m.hasMatch())
+        return QString();
+    QString canonical = m.captured(1).toLower();
+    if (m.hasCaptured(2)) {
+        const QString script = m.captured(2);
+        canonical += QLatin1Char('_') + script.left(1).toUpper() + script.mid(1).toLower();
+    }
+    if (m.hasCaptured(3))
+        canonical += QLatin1Char('_') + m.captured(3).toUpper();
+    return canonical;
+}
+
+// The locale the system formats for: the first of LC_ALL, LC_MESSAGES, LANG that names one.
+QString systemRegionLocale() {
+    for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+        const QString canonical = canonicalLocale(qgetenv(variable));
+        if (!canonical.isNull())
+            return canonical;
+    }
+    return QString();
+}
+
+}  // namespace
+
+QStringList System::getPlatformPreferredLocaleList() {
+    QList<QByteArray> settings = qgetenv("LANGUAGE").split(':');
+    for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"})
+        settings.append(qgetenv(variable));
+    QStringList list;
+    for (const QByteArray& setting : settings) {
+        const QString canonical = canonicalLocale(setting);
+        if (!canonical.isNull() && !list.contains(canonical))
+            list.append(canonical);
+    }
+    return list;
+}
+
+QStringList System::adjustLocaleListForRegion(const QStringList& list) {
+    // A head that already names a region (two characters from position 3) is the user's choice.
+    if (list.isEmpty() || !list.first().mid(3, 2).isEmpty())
+        return list;
+    QStringList adjusted = list;
+    const QString region = systemRegionLocale();
+    if (!region.isNull() && list.first().left(2) == region.left(2))
+        adjusted.prepend(region);
+    return adjusted;
+}
+
+bool System::LaunchExternalBrowser(const QString& url, bool, bool) {
+    if (url.isEmpty())
+        return false;
+    QString address = url;
+    address.replace(QLatin1Char(' '), QStringLiteral("%20"));
+    // Only whole addresses are handed on: a scheme, and a host for the web schemes.
+    const QUrl parsed(address, QUrl::StrictMode);
+    const QString scheme = parsed.scheme().toLower();
+    const bool web = scheme == QLatin1String("http") || scheme == QLatin1String("https");
+    if (!parsed.isValid() || scheme.isEmpty() || (web && parsed.host().isEmpty())) {
+        sLastLaunchSucceded = false;
+        return false;
+    }
+    QByteArray program("xdg-open");
+    QByteArray argument = address.toUtf8();
+    char* argv[] = {program.data(), argument.data(), nullptr};
+    pid_t pid = 0;
+    sLastLaunchSucceded = posix_spawnp(&pid, argv[0], nullptr, nullptr, argv, environ) == 0;
+    if (sLastLaunchSucceded) {
+        // The opener hands the address to the browser and ends; reap it without making the
+        // caller wait, so it never lingers as a zombie.
+        std::thread([pid] {
+            int status;
+            while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+            }
+        }).detach();
+    }
+    return sLastLaunchSucceded;
+}
+
+}  // namespace vanta

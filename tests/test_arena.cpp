@@ -1,0 +1,448 @@
+// Tests of the arena allocator: alignment, best fit, coalescing, growth callbacks, trimming, the
+// heap check itself, and randomised stress through memory pools on one and two threads.
+#include <vanta/arena_p.h>
+#include <vanta/memorypool.h>
+
+#include "testsupport.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/mman.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <thread>
+#include <vector>
+
+using namespace vanta;
+
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitized = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+#else
+constexpr bool kSanitized = false;
+#endif
+
+// A stand-in for the system: counts every call, can refuse maps, and remembers live regions so
+// the test can release what the arena leaves to its supplier.
+struct FakeSystem {
+    int directMaps = 0, maps = 0, breaks = 0, unmaps = 0;
+    bool refuse = false;
+    bool breakWorks = false;
+    std::size_t lastMapSize = 0, lastUnmapSize = 0;
+    std::vector<std::pair<void*, std::size_t>> live;
+
+    static FakeSystem& of(void* user) { return *static_cast<FakeSystem*>(user); }
+    void* take(std::size_t size) {
+        if (refuse)
+            return arena::kMapFailed;
+        void* p = arena::defaultMap(size);
+        live.push_back({p, size});
+        lastMapSize = size;
+        return p;
+    }
+    static void* directMap(std::size_t size, void* user) {
+        ++of(user).directMaps;
+        return of(user).take(size);
+    }
+    static void* map(std::size_t size, void* user) {
+        ++of(user).maps;
+        return of(user).take(size);
+    }
+    static void* brk(int increment, void* user) {
+        ++of(user).breaks;
+        return of(user).breakWorks ? of(user).take(std::size_t(increment)) : arena::kMapFailed;
+    }
+    static int unmap(void* base, std::size_t size, void* user) {
+        FakeSystem& sys = of(user);
+        ++sys.unmaps;
+        sys.lastUnmapSize = size;
+        for (auto it = sys.live.begin(); it != sys.live.end(); ++it) {
+            if (it->first == base) {
+                sys.live.erase(it);
+                break;
+            }
+        }
+        return arena::defaultUnmap(base, size);
+    }
+    ~FakeSystem() {
+        for (auto& [base, size] : live)
+            arena::defaultUnmap(base, size);
+    }
+};
+
+// An arena on a first region of its own, with the fake system's callbacks and options restored
+// afterwards (they are process-wide).
+struct TestArena {
+    explicit TestArena(std::size_t firstSize = 256 * 1024, bool withUnmap = true)
+        : size(firstSize),
+          first(arena::defaultMap(firstSize)),
+          savedGranularity(arena::getOption(arena::kGranularity)),
+          savedThreshold(arena::getOption(arena::kTrimThreshold)) {
+        arena::setOption(arena::kGranularity, 64 * 1024);
+        arena::setOption(arena::kTrimThreshold, ~std::size_t(0));
+        a = arena::create(first, size, false, &FakeSystem::directMap, &FakeSystem::map,
+                          &FakeSystem::brk, &sys, withUnmap ? &FakeSystem::unmap : nullptr);
+    }
+    ~TestArena() {
+        arena::destroy(a);
+        arena::defaultUnmap(first, size);
+        arena::setOption(arena::kGranularity, savedGranularity);
+        arena::setOption(arena::kTrimThreshold, savedThreshold);
+    }
+    bool healthy() {
+        std::string why;
+        const bool ok = arena::check(a, &why);
+        EXPECT_TRUE(ok) << why;
+        return ok;
+    }
+
+    FakeSystem sys;
+    std::size_t size;
+    void* first;
+    std::size_t savedGranularity, savedThreshold;
+    arena::Arena a = nullptr;
+};
+
+std::uintptr_t addr(const void* p) { return reinterpret_cast<std::uintptr_t>(p); }
+
+}  // namespace
+
+TEST(Arena, BlocksAreAlignedAndHoldWhatWasAsked) {
+    TestArena t;
+    ASSERT_NE(t.a, nullptr);
+    const std::size_t sizes[] = {0,    1,    8,    15,   16,    17,        24,       25,
+                                 100,  1000, 1007, 1008, 1009,  4096,      65536,    200000,
+                                 1 << 20, (3 << 20) + 5};
+    std::vector<void*> blocks;
+    for (std::size_t n : sizes) {
+        void* p = arena::malloc(t.a, n);
+        ASSERT_NE(p, nullptr) << n;
+        EXPECT_EQ(addr(p) % 16, 0u) << n;
+        const std::size_t usable = arena::usableSize(p);
+        EXPECT_GE(usable, n);
+        EXPECT_LT(usable, n + 48) << "more slack than rounding explains for " << n;
+        std::memset(p, 0xA5, usable);  // the whole usable range is ours to write
+        blocks.push_back(p);
+    }
+    ASSERT_TRUE(t.healthy());
+    for (void* p : blocks)
+        arena::free(t.a, p);
+    ASSERT_TRUE(t.healthy());
+    EXPECT_EQ(arena::stats(t.a).inUseBytes, 0u);
+}
+
+TEST(Arena, BestFitTakesTheSmallestFreeChunkThenTheLowestAddress) {
+    TestArena t;
+    // Free chunks of several sizes, kept apart by live guards so they cannot coalesce.
+    const std::size_t sizes[] = {2000, 1500, 3000, 1500, 96, 48, 200};
+    std::vector<void*> holes;
+    for (std::size_t n : sizes) {
+        holes.push_back(arena::malloc(t.a, n));
+        ASSERT_NE(arena::malloc(t.a, 16), nullptr);
+    }
+    for (void* p : holes)
+        arena::free(t.a, p);
+    ASSERT_TRUE(t.healthy());
+
+    struct Row {
+        std::size_t request;
+        int expectedHole;
+    } rows[] = {
+        {1490, 1},  // both 1500s fit; the lower one first
+        {1490, 3},  // then the other
+        {2000, 0},  // 2000 beats 3000
+        {48, 5},    // small sizes come back exactly from their quick lists
+        {96, 4},
+        {200, 6},
+        {2500, 2},
+    };
+    for (const Row& row : rows)
+        EXPECT_EQ(arena::malloc(t.a, row.request), holes[row.expectedHole]) << row.request;
+    EXPECT_TRUE(t.healthy());
+}
+
+TEST(Arena, FreeNeighboursCoalesceInEveryOrder) {
+    // Three neighbours freed in each of the six orders end as one chunk that serves their sum.
+    // Small chunks wait in the quick lists until a trim (or a shortage) coalesces them.
+    const int orders[][3] = {{0, 1, 2}, {0, 2, 1}, {1, 0, 2}, {1, 2, 0}, {2, 0, 1}, {2, 1, 0}};
+    for (std::size_t chunk : {std::size_t(1520), std::size_t(496)}) {
+        for (const auto& order : orders) {
+            TestArena t;
+            void* block[3];
+            for (void*& p : block)
+                p = arena::malloc(t.a, chunk - 8);
+            ASSERT_NE(arena::malloc(t.a, 16), nullptr);
+            const std::size_t freeBefore = arena::stats(t.a).freeChunks;
+            for (int i : order) {
+                arena::free(t.a, block[i]);
+                ASSERT_TRUE(t.healthy());
+            }
+            if (chunk < 1024) {
+                EXPECT_EQ(arena::stats(t.a).quickBytes, 3 * chunk);
+                arena::trim(t.a, 0);
+                EXPECT_EQ(arena::stats(t.a).quickBytes, 0u);
+                ASSERT_TRUE(t.healthy());
+            }
+            EXPECT_EQ(arena::stats(t.a).freeChunks, freeBefore + 1) << chunk;
+            EXPECT_EQ(arena::malloc(t.a, 3 * chunk - 8), block[0]) << chunk;
+        }
+    }
+}
+
+TEST(Arena, QuickListsAreCoalescedBeforeTheArenaGrows) {
+    TestArena t(64 * 1024);
+    std::vector<void*> blocks;
+    while (arena::stats(t.a).freeBytes >= 512)
+        blocks.push_back(arena::malloc(t.a, 400));
+    for (void* p : blocks)
+        arena::free(t.a, p);
+    // Most of the region now waits in quick lists or bins in 416-byte pieces; a large request
+    // must be served from them, coalesced, rather than from a new region.
+    ASSERT_NE(arena::malloc(t.a, 40000), nullptr);
+    EXPECT_EQ(t.sys.maps + t.sys.directMaps + t.sys.breaks, 0);
+    EXPECT_TRUE(t.healthy());
+}
+
+TEST(Arena, GrowsOnlyThroughItsCallbacks) {
+    struct Row {
+        const char* name;
+        bool breakWorks;
+        std::size_t request;
+        int directMaps, maps, breaks;
+    } rows[] = {
+        {"granule from the map after a refused break", false, 40000, 0, 1, 1},
+        {"granule from a working break", true, 40000, 0, 0, 1},
+        {"oversized request mapped directly", false, 300000, 1, 0, 0},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        TestArena t(64 * 1024);
+        t.sys.breakWorks = row.breakWorks;
+        // Fill the first region, then ask for one more block that cannot fit in it.
+        while (arena::stats(t.a).freeBytes >= row.request + 64)
+            ASSERT_NE(arena::malloc(t.a, row.request), nullptr);
+        void* p = arena::malloc(t.a, row.request);
+        ASSERT_NE(p, nullptr);
+        EXPECT_EQ(t.sys.directMaps, row.directMaps);
+        EXPECT_EQ(t.sys.maps, row.maps);
+        EXPECT_EQ(t.sys.breaks, row.breaks);
+        EXPECT_GE(t.sys.lastMapSize, row.request);
+        if (row.request < 64 * 1024) {
+            EXPECT_EQ(t.sys.lastMapSize % (64 * 1024), 0u) << "growth in whole granules";
+        }
+        EXPECT_EQ(arena::stats(t.a).regions, 2u);
+        EXPECT_EQ(arena::stats(t.a).footprint, 64 * 1024 + t.sys.lastMapSize);
+        EXPECT_TRUE(t.healthy());
+    }
+}
+
+TEST(Arena, RefusedMapGivesNullAndTheArenaStillWorks) {
+    TestArena t(64 * 1024);
+    t.sys.refuse = true;
+    EXPECT_EQ(arena::malloc(t.a, 1 << 20), nullptr);   // direct map refused
+    const std::size_t tooBig = arena::stats(t.a).freeBytes;
+    EXPECT_EQ(arena::malloc(t.a, tooBig), nullptr);    // granule refused, first region too small
+    EXPECT_EQ(t.sys.directMaps, 1);
+    EXPECT_EQ(t.sys.maps, 1);
+    void* small = arena::malloc(t.a, 100);
+    EXPECT_NE(small, nullptr) << "requests that fit must still be served";
+    arena::free(t.a, small);
+    EXPECT_EQ(arena::stats(t.a).regions, 1u);
+    EXPECT_TRUE(t.healthy());
+}
+
+TEST(Arena, RegionsGoBackOnlyByTrimThresholdOrDestroy) {
+    TestArena t(64 * 1024);
+    void* big = arena::malloc(t.a, 500000);
+    ASSERT_NE(big, nullptr);
+    const std::size_t bigRegion = t.sys.lastMapSize;
+    arena::free(t.a, big);
+    EXPECT_EQ(t.sys.unmaps, 0) << "with the threshold at its maximum nothing is trimmed";
+    EXPECT_EQ(arena::stats(t.a).regions, 2u);
+    EXPECT_EQ(arena::malloc(t.a, 400000), big) << "the free region is reused";
+    arena::free(t.a, big);
+
+    EXPECT_EQ(arena::trim(t.a, 10 << 20), 0) << "a pad larger than the free memory keeps it";
+    EXPECT_EQ(arena::trim(t.a, 0), 1);
+    EXPECT_EQ(t.sys.unmaps, 1);
+    EXPECT_EQ(t.sys.lastUnmapSize, bigRegion);
+    EXPECT_EQ(arena::stats(t.a).regions, 1u);
+    EXPECT_TRUE(t.healthy());
+
+    arena::setOption(arena::kTrimThreshold, 0);
+    arena::free(t.a, arena::malloc(t.a, 500000));
+    EXPECT_EQ(t.sys.unmaps, 2) << "above the threshold a wholly free region goes at once";
+
+    arena::setOption(arena::kTrimThreshold, ~std::size_t(0));
+    for (int i = 0; i < 3; ++i)
+        ASSERT_NE(arena::malloc(t.a, 500000), nullptr);
+    EXPECT_EQ(arena::destroy(t.a), 3 * bigRegion);
+    EXPECT_EQ(t.sys.unmaps, 5);
+    t.a = nullptr;
+}
+
+TEST(Arena, WithoutUnmapRegionsStayWithTheirSupplier) {
+    TestArena t(64 * 1024, false);
+    arena::free(t.a, arena::malloc(t.a, 500000));
+    EXPECT_EQ(arena::trim(t.a, 0), 0);
+    EXPECT_EQ(arena::destroy(t.a), 0u);
+    t.a = nullptr;
+    EXPECT_EQ(t.sys.live.size(), 1u);  // released by the fake system itself
+}
+
+TEST(Arena, CheckFindsDamage) {
+    // The stress tests rely on the check; make sure it notices each kind of corruption.
+    struct Row {
+        const char* name;
+        std::size_t size;
+        void (*damage)(void* live, void* freed);
+    } rows[] = {
+        {"size word of a live block", 1100, [](void* live, void*) {
+             static_cast<std::size_t*>(live)[-1] += 16;
+         }},
+        {"in-use bit of a live block", 1100, [](void* live, void*) {
+             static_cast<std::size_t*>(live)[-1] &= ~std::size_t(2);
+         }},
+        {"link of a free block", 1100, [](void* live, void* freed) {
+             static_cast<void**>(freed)[0] = live;
+         }},
+        {"link of a quick-listed block", 100, [](void* live, void* freed) {
+             static_cast<void**>(freed)[0] = live;
+         }},
+        {"size of a quick-listed block", 100, [](void*, void* freed) {
+             static_cast<std::size_t*>(freed)[-1] += 16;
+         }},
+        {"footer of a free block", 1100, [](void*, void* freed) {
+             const std::size_t size = static_cast<std::size_t*>(freed)[-1] & ~std::size_t(15);
+             *reinterpret_cast<std::size_t*>(static_cast<char*>(freed) - 16 + size) += 16;
+         }},
+    };
+    for (const Row& row : rows) {
+        TestArena t;
+        void* live = arena::malloc(t.a, row.size);
+        void* freed = arena::malloc(t.a, row.size);
+        arena::malloc(t.a, 16);
+        void* other = arena::malloc(t.a, row.size);
+        arena::malloc(t.a, 16);
+        arena::free(t.a, other);  // two free chunks of one size, freed the more recent
+        arena::free(t.a, freed);
+        ASSERT_TRUE(t.healthy());
+        row.damage(live, freed);
+        std::string why;
+        EXPECT_FALSE(arena::check(t.a, &why)) << row.name;
+        EXPECT_FALSE(why.empty()) << row.name;
+        t.a = nullptr;  // damaged: unmap the regions without walking them
+    }
+}
+
+TEST(Arena, BadRequestsGiveNull) {
+    TestArena t;
+    EXPECT_EQ(arena::malloc(t.a, ~std::size_t(0)), nullptr);
+    EXPECT_EQ(arena::malloc(t.a, ~std::size_t(0) - 8), nullptr);
+    EXPECT_EQ(arena::malloc(t.a, std::size_t(1) << 61), nullptr);
+    EXPECT_EQ(t.sys.maps + t.sys.directMaps, 0) << "impossible sizes never reach the system";
+    arena::free(t.a, nullptr);
+    EXPECT_TRUE(t.healthy());
+
+    char tiny[64];
+    EXPECT_EQ(arena::create(tiny, sizeof tiny, false, nullptr, nullptr, nullptr, nullptr),
+              nullptr);
+    EXPECT_EQ(arena::create(arena::kMapFailed, 1 << 20, false, nullptr, nullptr, nullptr,
+                            nullptr),
+              nullptr);
+    EXPECT_EQ(arena::malloc(nullptr, 10), nullptr);
+    EXPECT_FALSE(arena::setOption(arena::kGranularity, 3000)) << "not a power of two";
+    EXPECT_FALSE(arena::setOption(arena::kGranularity, 1024)) << "below a page";
+}
+
+namespace {
+
+// One slot of the stress tests: a block and the byte it was filled with.
+struct Slot {
+    unsigned char* p = nullptr;
+    std::size_t size = 0;
+    unsigned char fill = 0;
+};
+
+// Sizes from 1 byte to 1 MiB, mostly small as real programs ask, log-uniform within each band so
+// every bin and tree sees traffic.
+std::size_t stressSize(std::mt19937_64& rng) {
+    const unsigned band = unsigned(rng() % 100);
+    const double top = band < 90 ? 10 : band < 99 ? 16 : 20;  // 1 KiB, 64 KiB, 1 MiB
+    const double low = band < 90 ? 0 : band < 99 ? 10 : 16;
+    const double bits = low + std::uniform_real_distribution<double>(0, top - low)(rng);
+    return std::size_t(std::exp2(bits));
+}
+
+// True when the block still holds its fill byte in every position.
+bool intact(const Slot& s) {
+    return s.p[0] == s.fill && (s.size == 1 || std::memcmp(s.p, s.p + 1, s.size - 1) == 0);
+}
+
+// ops malloc/free operations on slotCount slots of pool, each block filled on malloc and checked
+// before its free, and the whole heap checked every 10,000 operations. Returns a failure
+// description, or an empty string.
+std::string stress(MemoryPool& pool, unsigned seed, long ops, std::size_t slotCount) {
+    std::mt19937_64 rng(seed);
+    std::vector<Slot> slot(slotCount);
+    std::string why;
+    for (long op = 1; op <= ops; ++op) {
+        Slot& s = slot[rng() % slotCount];
+        if (s.p) {
+            if (!intact(s))
+                return "block overwritten (size " + std::to_string(s.size) + ")";
+            pool.free(s.p);
+            s.p = nullptr;
+        } else {
+            s.size = stressSize(rng);
+            s.fill = static_cast<unsigned char>(rng() | 1);
+            s.p = static_cast<unsigned char*>(pool.malloc(s.size));
+            if (!s.p)
+                return "malloc failed for " + std::to_string(s.size);
+            if (reinterpret_cast<std::uintptr_t>(s.p) % 16 != 0)
+                return "misaligned block";
+            std::memset(s.p, s.fill, s.size);
+        }
+        if (op % 10000 == 0 && !pool.checkHeap(&why))
+            return "heap check after op " + std::to_string(op) + ": " + why;
+    }
+    for (Slot& s : slot) {
+        if (s.p && !intact(s))
+            return "block overwritten at the end";
+        pool.free(s.p);
+    }
+    return pool.checkHeap(&why) ? std::string() : "final heap check: " + why;
+}
+
+const long kStressOps = kSanitized ? 200000 : 1000000;
+
+}  // namespace
+
+TEST(ArenaStress, MillionRandomOperationsKeepEveryBlockAndTheHeapIntact) {
+    MemoryPool pool("stress", 4194304);
+    EXPECT_EQ(stress(pool, 20240601, kStressOps, 3000), "");
+}
+
+TEST(ArenaStress, TwoThreadsOnOnePool) {
+    MemoryPool pool("shared", 4194304);
+    std::string result[2];
+    std::thread threads[2];
+    for (int i = 0; i < 2; ++i)
+        threads[i] = std::thread([&, i] {
+            result[i] = stress(pool, 77 + unsigned(i), kStressOps / (kSanitized ? 4 : 2), 1500);
+        });
+    for (std::thread& t : threads)
+        t.join();
+    EXPECT_EQ(result[0], "");
+    EXPECT_EQ(result[1], "");
+}

@@ -1,0 +1,158 @@
+// Tests of the locale lists, region emphasis, localized help addresses and the browser launch.
+#include <vanta/locales.h>
+#include <vanta/system.h>
+
+#include "testsupport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QSettings>
+
+#include <gtest/gtest.h>
+
+using namespace vanta;
+using vantatest::ScopedEnv;
+
+namespace {
+
+// The locale variables for one case; null leaves a variable unset.
+struct LocaleEnv {
+    const char *language, *lcAll, *lcMessages, *lang;
+};
+
+// Applies a LocaleEnv for the life of the object.
+struct ScopedLocaleEnv {
+    explicit ScopedLocaleEnv(const LocaleEnv& e)
+        : language("LANGUAGE", e.language), lcAll("LC_ALL", e.lcAll),
+          lcMessages("LC_MESSAGES", e.lcMessages), lang("LANG", e.lang) {}
+    ScopedEnv language, lcAll, lcMessages, lang;
+};
+
+// The user's saved locale choice, where the application keeps its per-user settings.
+void saveLocaleChoice(const char* value) {
+    QSettings settings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("Orvane"),
+                       QStringLiteral("OrvaneVantaEmber"));
+    if (value)
+        settings.setValue(QStringLiteral("locale"), QString::fromUtf8(value));
+    else
+        settings.remove(QStringLiteral("locale"));
+}
+
+QStringList list(const char* spaced) {
+    return QString::fromUtf8(spaced).split(QLatin1Char(' '), Qt::SkipEmptyParts);
+}
+
+}  // namespace
+
+TEST(Locales, CurrentLocaleStartsAsEnUs) {
+    EXPECT_EQ(System::getCurrentLocale(), QStringLiteral("en_US"));
+}
+
+TEST(Locales, PlatformListFromTheEnvironment) {
+    const struct {
+        LocaleEnv env;
+        const char* expected;
+    } rows[] = {
+        {{"en:de", nullptr, nullptr, "C.UTF-8"}, "en de"},
+        {{nullptr, nullptr, nullptr, "de_CH.UTF-8@euro"}, "de_CH"},
+        {{"pt-br:fr_FR.ISO-8859-1", nullptr, "fr_FR.UTF-8", "C"}, "pt_BR fr_FR"},
+        {{nullptr, "ja_JP.UTF-8", nullptr, "en_US.UTF-8"}, "ja_JP en_US"},
+        {{"C", "POSIX", "C.UTF-8", "POSIX"}, ""},
+        {{nullptr, nullptr, nullptr, nullptr}, ""},
+        {{"::bad locale!:sr_latn_rs@latin:e", nullptr, nullptr, nullptr}, "sr_Latn_RS"},
+    };
+    for (const auto& row : rows) {
+        ScopedLocaleEnv env(row.env);
+        EXPECT_EQ(System::getPlatformPreferredLocaleList(), list(row.expected)) << row.expected;
+    }
+}
+
+TEST(Locales, SavedChoiceGoesInFront) {
+    ScopedLocaleEnv env({"en:de", nullptr, nullptr, nullptr});
+    saveLocaleChoice(nullptr);
+    EXPECT_EQ(System::getPreferredLocaleList(), list("en de"));  // no default inserted
+    saveLocaleChoice("fr");
+    EXPECT_EQ(System::getPreferredLocaleList(), list("fr en de"));
+    saveLocaleChoice("de");
+    EXPECT_EQ(System::getPreferredLocaleList(), list("de en de"));  // duplicate kept
+    saveLocaleChoice(nullptr);
+}
+
+TEST(Locales, RegionEmphasis) {
+    const struct {
+        const char *lcAll, *lang, *in, *out;
+    } rows[] = {
+        {nullptr, "en_AU.UTF-8", "en_GB fr", "en_GB fr"},  // the head names a region already
+        {nullptr, "en_AU.UTF-8", "en de", "en_AU en de"},
+        {nullptr, "fr_FR.UTF-8", "en de", "en de"},
+        {nullptr, "en_AU.UTF-8", "", ""},
+        {nullptr, "C.UTF-8", "en", "en"},
+        {"de_AT.UTF-8", "en_AU.UTF-8", "de", "de_AT de"},
+    };
+    for (const auto& row : rows) {
+        ScopedLocaleEnv env({nullptr, row.lcAll, nullptr, row.lang});
+        EXPECT_EQ(System::adjustLocaleListForRegion(list(row.in)), list(row.out)) << row.in;
+    }
+    ScopedLocaleEnv env({"de:en", nullptr, nullptr, "de_CH.UTF-8"});
+    EXPECT_EQ(System::getPreferredLocaleListWithRegionEmphasis(), list("de_CH de en de_CH"));
+}
+
+TEST(Locales, AddressesFollowTheLanguage) {
+    const struct {
+        const char *locale, *in, *out;
+    } rows[] = {
+        {"ja_JP", "http://www.orvane.com/x", "http://www.orvane.co.jp/x"},
+        {"pt_BR", "http://www.orvane.com/x", "http://www.orvane.com/x"},
+        {"de", "http://orvane.com/?u=http://vanta.orvane.com/",
+         "http://orvane.de/?u=http://vanta.orvane.de/"},
+        {"es_MX", "https://Orvane.COM/", "https://Orvane.es/"},
+        {"fr_CA", "http://notorvane.com/ http://orvane.community/x",
+         "http://notorvane.com/ http://orvane.community/x"},
+    };
+    for (const auto& row : rows) {
+        System::setCurrentLocale(QString::fromUtf8(row.locale));
+        EXPECT_EQ(System::getOrvaneURLLocalizedByLang(QString::fromUtf8(row.in)),
+                  QString::fromUtf8(row.out)) << row.locale;
+    }
+
+    const QString base = QStringLiteral("http://") + QLatin1String(kHelpHost) + "/support/";
+    System::setCurrentLocale(QStringLiteral("en_US"));
+    EXPECT_EQ(System::getLocalizedSupportURL(1234), base + "answer?id=1234");
+    EXPECT_EQ(System::getLocalizedSupportTopicURL(-7), base + "topic?id=-7");
+    EXPECT_EQ(System::getLocalizedContactSupportURL(), base + "contact");
+    System::setCurrentLocale(QStringLiteral("it"));
+    EXPECT_EQ(getSupportCenterBin(), QString(base).replace(".com/", ".it/"));
+    System::setCurrentLocale(QStringLiteral("en_US"));
+}
+
+TEST(Browser, OpensWithSpacesEscapedAndRefusesBadAddresses) {
+    // A fake xdg-open first on PATH appends the number of its arguments and the first to a log.
+    const QString bin = vantatest::scratchDir() + "/fakebin";
+    QDir().mkpath(bin);
+    QFile script(bin + "/xdg-open");
+    ASSERT_TRUE(script.open(QIODevice::WriteOnly));
+    script.write("#!/bin/sh\nprintf '%s|%s\\n' \"$#\" \"$1\" >> \"$0.log\"\n");
+    script.close();
+    script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    ScopedEnv path("PATH", (bin + ":/usr/bin:/bin").toUtf8().constData());
+    auto log = [&] {
+        QFile f(bin + "/xdg-open.log");
+        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    };
+
+    sLastLaunchSucceded = true;
+    EXPECT_FALSE(System::LaunchExternalBrowser(QString()));
+    EXPECT_TRUE(sLastLaunchSucceded);  // an empty address is refused before any attempt
+    for (const char* bad : {"http://", "relative/page.html", "http://host/<a>"}) {
+        EXPECT_FALSE(System::LaunchExternalBrowser(QString::fromUtf8(bad))) << bad;
+        EXPECT_FALSE(sLastLaunchSucceded) << bad;
+    }
+    EXPECT_TRUE(System::LaunchExternalBrowser(QStringLiteral("http://h/a b/c?q=x y"), true, true));
+    EXPECT_TRUE(sLastLaunchSucceded);
+    EXPECT_TRUE(vantatest::waitUntil([&] { return log() == "1|http://h/a%20b/c?q=x%20y\n"; }))
+        << log().constData();
+
+    ScopedEnv nowhere("PATH", (bin + "/nothing-here").toUtf8().constData());
+    EXPECT_FALSE(System::LaunchExternalBrowser(QStringLiteral("http://host/")));
+    EXPECT_FALSE(sLastLaunchSucceded);
+}

@@ -1,0 +1,376 @@
+// Tests of memory pools, heap managers, managed delete, the MemoryObject operators and HeapBuffer.
+#include <vanta/memory.h>
+#include <vanta/memorypool.h>
+
+#include "testsupport.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+#include <thread>
+#include <vector>
+
+using namespace vanta;
+
+namespace {
+
+constexpr unsigned long kMiB = 1024 * 1024;
+// More than any machine can map: the arena's request is refused.
+constexpr unsigned long kImpossible = 1ul << 50;
+
+// A counting manager: a heap manager that counts the calls reaching it through the virtual slots,
+// so the tests can see where a delete was routed.
+class CountingManager : public HeapManager {
+public:
+    using HeapManager::HeapManager;
+    void* alloc(unsigned long size) override {
+        ++allocs;
+        return HeapManager::alloc(size);
+    }
+    void free(void* p) override {
+        ++frees;
+        HeapManager::free(p);
+    }
+    int allocs = 0, frees = 0;
+};
+
+// A pool that reports its own destruction.
+class WatchedPool : public MemoryPool {
+public:
+    WatchedPool(bool* destroyed) : MemoryPool("watched", 4 * kMiB), mDestroyed(destroyed) {}
+    ~WatchedPool() override { *mDestroyed = true; }
+
+private:
+    bool* mDestroyed;
+};
+
+// An object of the library's kind: allocated through the MemoryObject operators.
+struct Managed : MemoryObject {
+    char bytes[40] = {};
+};
+
+bool listed(const std::vector<MMapRange>& list, void* base) {
+    return std::any_of(list.begin(), list.end(),
+                       [&](const MMapRange& r) { return r.base == base; });
+}
+
+}  // namespace
+
+TEST(MemoryPool, RegionBoundsDecideMembership) {
+    auto* pool = new MemoryPool("bounds", 4 * kMiB);
+    const std::vector<MMapRange> ranges = pool->getRanges();
+    ASSERT_EQ(ranges.size(), 1u) << "the first region is recorded at once";
+    EXPECT_EQ(ranges[0].size, 4 * kMiB);
+    char* base = static_cast<char*>(ranges[0].base);
+    EXPECT_TRUE(listed(MemoryPool::allRanges(), base));
+
+    const struct {
+        const char* name;
+        void* p;
+        bool expected;
+    } rows[] = {
+        {"base", base, true},
+        {"last byte", base + 4 * kMiB - 1, true},
+        {"one past the end", base + 4 * kMiB, false},
+        {"one before the base", base - 1, false},
+        {"null", nullptr, false},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(MemoryPool::isPointerFromPool(row.p), row.expected) << row.name;
+
+    delete pool;
+    EXPECT_FALSE(listed(MemoryPool::allRanges(), base));
+    EXPECT_FALSE(MemoryPool::isPointerFromPool(base));
+}
+
+TEST(MemoryPool, EveryRegionIsRecordedAndAllGoBackOnDestruction) {
+    auto* pool = new MemoryPool("growing", 64 * 1024);
+    std::vector<void*> blocks;
+    for (unsigned long size : {100ul, 3 * kMiB, 5 * kMiB, 2 * kMiB, 200ul, 9 * kMiB}) {
+        void* p = pool->malloc(size);
+        ASSERT_NE(p, nullptr) << size;
+        blocks.push_back(p);
+    }
+    const std::vector<MMapRange> ranges = pool->getRanges();
+    EXPECT_GE(ranges.size(), 4u);
+    unsigned long mapped = 0;
+    const std::vector<MMapRange> all = MemoryPool::allRanges();
+    for (const MMapRange& r : ranges) {
+        EXPECT_TRUE(listed(all, r.base));
+        mapped += r.size;
+    }
+    EXPECT_EQ(pool->getMappedBytes(), mapped);
+    EXPECT_GE(mapped, 19 * kMiB);
+    for (void* p : blocks)
+        EXPECT_TRUE(MemoryPool::isPointerFromPool(p));
+    std::string why;
+    EXPECT_TRUE(pool->checkHeap(&why)) << why;
+
+    delete pool;
+    const std::vector<MMapRange> after = MemoryPool::allRanges();
+    for (const MMapRange& r : ranges)
+        EXPECT_FALSE(listed(after, r.base));
+    for (void* p : blocks)
+        EXPECT_FALSE(MemoryPool::isPointerFromPool(p));
+}
+
+TEST(MemoryPool, RemoveFromListMovesTheLastEntryIntoTheGap) {
+    char a, b, c, d;
+    const struct {
+        const char* name;
+        std::vector<void*> before;
+        void* base;
+        std::vector<void*> after;
+    } rows[] = {
+        {"first of three", {&a, &b, &c}, &a, {&c, &b}},
+        {"middle of three", {&a, &b, &c}, &b, {&a, &c}},
+        {"last of three", {&a, &b, &c}, &c, {&a, &b}},
+        {"not listed", {&a, &b, &c}, &d, {&a, &b, &c}},
+        {"only the first of two equal bases", {&a, &b, &a}, &a, {&a, &b}},
+        {"empty list", {}, &a, {}},
+    };
+    for (const auto& row : rows) {
+        std::vector<MMapRange> list;
+        for (void* base : row.before)
+            list.push_back({base, 4096});
+        removeFromList(list, row.base, 12345);  // the size is not compared
+        std::vector<void*> bases;
+        for (const MMapRange& r : list)
+            bases.push_back(r.base);
+        EXPECT_EQ(bases, row.after) << row.name;
+    }
+}
+
+TEST(HeapManager, ByteCountsGoUpAndBackDownExactlyByEveryRoute) {
+    HeapManager manager;
+    MemoryPool* pool = manager.getPool();
+    ASSERT_EQ(pool, HeapManager::sDefaultPool.load());
+    const unsigned long poolBefore = pool->getAllocatedMemory();
+
+    const struct {
+        const char* name;
+        void (*release)(HeapManager&, void*);
+    } routes[] = {
+        {"manager free", [](HeapManager& m, void* p) { m.free(p); }},
+        {"doDelete", [](HeapManager&, void* p) { doDelete(p); }},
+        {"Free", [](HeapManager&, void* p) { Free(p); }},
+        {"doDelete with another manager named", [](HeapManager&, void* p) {
+             HeapManager other;
+             doDelete(p, &other);
+         }},
+    };
+    for (const auto& route : routes) {
+        std::vector<void*> blocks;
+        unsigned long total = 0;
+        for (unsigned long size : {100ul, 0ul, 1ul, 4096ul, 300000ul}) {
+            void* p = doNew(size, &manager);
+            ASSERT_NE(p, nullptr);
+            EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % 16, 0u);
+            EXPECT_EQ(HeapManager::managerOf(p), &manager);
+            EXPECT_EQ(HeapManager::sizeOf(p), size);
+            total += size;
+            EXPECT_EQ(manager.getAllocatedSize(), total) << route.name;
+            EXPECT_EQ(pool->getAllocatedMemory(), poolBefore + total) << route.name;
+            blocks.push_back(p);
+        }
+        for (void* p : blocks)
+            route.release(manager, p);
+        EXPECT_EQ(manager.getAllocatedSize(), 0u) << route.name;
+        EXPECT_EQ(pool->getAllocatedMemory(), poolBefore) << route.name;
+    }
+    EXPECT_TRUE(pool->checkHeap());
+}
+
+TEST(ManagedDelete, RoutesPoolBlocksToTheirManagerAndOthersToTheCLibrary) {
+    CountingManager manager;
+    void* pooled = doNew(64, &manager);
+    void* plain = doNew(64);  // C library
+    ASSERT_TRUE(MemoryPool::isPointerFromPool(pooled));
+    ASSERT_FALSE(MemoryPool::isPointerFromPool(plain));
+
+    doDelete(plain, &manager);  // the manager argument is ignored
+    EXPECT_EQ(manager.frees, 0);
+    doDelete(nullptr, &manager);
+    EXPECT_EQ(manager.frees, 0);
+    doDelete(pooled);
+    EXPECT_EQ(manager.frees, 1);
+
+    // Objects placed with a manager come back to it through a plain delete, arrays too.
+    Managed* object = new (&manager) Managed;
+    Managed* array = new (&manager) Managed[3];
+    Managed* heapObject = new Managed;
+    EXPECT_EQ(manager.allocs, 3);
+    EXPECT_FALSE(MemoryPool::isPointerFromPool(heapObject));
+    delete object;
+    delete[] array;
+    delete heapObject;
+    EXPECT_EQ(manager.frees, 3);
+    EXPECT_EQ(manager.getAllocatedSize(), 0u);
+}
+
+TEST(ManagedDelete, ZeroSizeNewGivesDistinctBlocks) {
+    CountingManager manager;
+    void* plain[2] = {MemoryObject::operator new(0), MemoryObject::operator new[](0)};
+    void* pooled[2] = {MemoryObject::operator new(0, &manager),
+                       MemoryObject::operator new[](0, &manager)};
+    for (void* p : {plain[0], plain[1], pooled[0], pooled[1]})
+        ASSERT_NE(p, nullptr);
+    EXPECT_NE(plain[0], plain[1]);
+    EXPECT_NE(pooled[0], pooled[1]);
+    EXPECT_EQ(HeapManager::sizeOf(pooled[0]), 1u);
+    EXPECT_EQ(manager.getAllocatedSize(), 2u);
+    MemoryObject::operator delete(plain[0]);
+    MemoryObject::operator delete[](plain[1]);
+    MemoryObject::operator delete(pooled[0], &manager);
+    MemoryObject::operator delete[](pooled[1]);
+    EXPECT_EQ(manager.getAllocatedSize(), 0u);
+}
+
+TEST(HeapManager, LastManagerOfACallerPoolDeletesIt) {
+    bool destroyed = false;
+    auto* pool = new WatchedPool(&destroyed);
+    EXPECT_EQ(pool->getRefCount(), 1);
+    auto* first = new HeapManager(pool);
+    auto* second = new HeapManager(pool);
+    EXPECT_EQ(pool->getRefCount(), 3);
+    TestThenAdd(pool->refCount(), -1);  // the caller lets go of its own reference
+    doDelete(first->alloc(10));
+    delete first;
+    EXPECT_FALSE(destroyed);
+    EXPECT_EQ(pool->getRefCount(), 1);
+    delete second;
+    EXPECT_TRUE(destroyed);
+
+    // The default pool keeps its creation reference: managers coming and going never delete it.
+    delete new HeapManager;
+    MemoryPool* defaultPool = HeapManager::sDefaultPool.load();
+    ASSERT_NE(defaultPool, nullptr);
+    const long refs = defaultPool->getRefCount();
+    for (int i = 0; i < 3; ++i)
+        delete new HeapManager(nullptr);
+    EXPECT_EQ(HeapManager::sDefaultPool.load(), defaultPool);
+    EXPECT_EQ(defaultPool->getRefCount(), refs);
+    EXPECT_GE(refs, 1);
+}
+
+TEST(HeapBuffer, FillsExactlyToCapacityAndNeverBeyond) {
+    HeapManager manager;
+    for (HeapManager* owner : {&manager, static_cast<HeapManager*>(nullptr)}) {
+        SCOPED_TRACE(owner ? "pool storage" : "C library storage");
+        const unsigned long before = manager.getAllocatedSize();
+        auto* buffer = new HeapBuffer(owner, 64, 16);
+        ASSERT_NE(buffer->getData(), nullptr);
+        EXPECT_EQ(MemoryPool::isPointerFromPool(buffer->getData()), owner != nullptr);
+        EXPECT_EQ(manager.getAllocatedSize(), before + (owner ? 64 : 0));
+        char source[65];
+        for (int i = 0; i < 65; ++i)
+            source[i] = char('a' + i % 26);
+
+        const struct {
+            const char* src;
+            unsigned long n;
+            bool ok;
+            unsigned long used;
+        } steps[] = {
+            {source, 60, true, 60},      {source + 60, 5, false, 60}, {nullptr, 100, true, 60},
+            {source, 0, true, 60},       {source + 60, 4, true, 64},  {source, 1, false, 64},
+            {source, ~0ul, false, 64},
+        };
+        for (const auto& step : steps) {
+            EXPECT_EQ(buffer->appendData(step.src, step.n), step.ok) << step.n;
+            EXPECT_EQ(buffer->getUsed(), step.used) << step.n;
+        }
+        EXPECT_EQ(std::memcmp(buffer->getData(), source, 64), 0);
+        delete buffer;
+        EXPECT_EQ(manager.getAllocatedSize(), before);
+    }
+}
+
+TEST(BadInput, ExhaustedPoolGivesNullsNeverCorruption) {
+    MemoryPool pool("tight", 64 * 1024);
+    TestThenAdd(pool.refCount(), 1);  // kept alive by this test, not by the manager
+    EXPECT_EQ(pool.malloc(kImpossible), nullptr);
+    EXPECT_EQ(pool.getRanges().size(), 1u) << "a refused region is not recorded";
+    pool.free(nullptr);
+    {
+        HeapManager manager(&pool);
+        EXPECT_EQ(manager.alloc(kImpossible), nullptr);
+        EXPECT_EQ(manager.alloc(~0ul), nullptr);
+        EXPECT_EQ(manager.alloc(~0ul - 8), nullptr);
+        EXPECT_EQ(Calloc(kImpossible, &manager), nullptr);
+        EXPECT_EQ(manager.getAllocatedSize(), 0u);
+        EXPECT_EQ(pool.getAllocatedMemory(), 0u);
+
+        HeapBuffer buffer(&manager, kImpossible, 16);
+        EXPECT_EQ(buffer.getData(), nullptr);
+        EXPECT_EQ(buffer.getCapacity(), 0u);
+        const char byte = 'x';
+        EXPECT_FALSE(buffer.appendData(&byte, 1));
+        EXPECT_TRUE(buffer.appendData(nullptr, 1));
+        EXPECT_EQ(buffer.getUsed(), 0u);
+    }
+    EXPECT_EQ(pool.getRefCount(), 2);
+    TestThenAdd(pool.refCount(), -1);
+    void* p = pool.malloc(1000);
+    EXPECT_NE(p, nullptr) << "the pool keeps serving what it can";
+    pool.free(p);
+    EXPECT_TRUE(pool.checkHeap());
+
+    // A first region too small (or refused) leaves a pool that only ever answers null.
+    for (unsigned long initial : {0ul, 64ul, kImpossible}) {
+        MemoryPool hopeless("hopeless", initial);
+        EXPECT_EQ(hopeless.malloc(16), nullptr) << initial;
+        hopeless.free(nullptr);
+        EXPECT_FALSE(hopeless.checkHeap()) << initial;
+    }
+}
+
+TEST(CLibraryBlocks, CallocZeroesReusedBlocks) {
+    HeapManager manager;
+    // A pool block that held data is handed out again: Calloc must clear it.
+    void* dirty = manager.alloc(256);
+    std::memset(dirty, 0xEE, 256);
+    manager.free(dirty);
+    for (MemoryManager* mm : {static_cast<MemoryManager*>(&manager),
+                              static_cast<MemoryManager*>(nullptr)}) {
+        auto* zeroed = static_cast<unsigned char*>(Calloc(256, mm));
+        ASSERT_NE(zeroed, nullptr);
+        EXPECT_TRUE(std::all_of(zeroed, zeroed + 256, [](unsigned char c) { return c == 0; }));
+        Free(zeroed);
+    }
+}
+
+TEST(HeapManager, ThreadsWithTheirOwnManagersShareOnePool) {
+    auto* pool = new MemoryPool("threads", 4 * kMiB);
+    unsigned long leftover[2] = {1, 1};
+    std::thread threads[2];
+    for (int t = 0; t < 2; ++t)
+        threads[t] = std::thread([&, t] {
+            HeapManager manager(pool);
+            std::mt19937 rng(unsigned(t) + 5);
+            std::vector<void*> live(500, nullptr);
+            for (int op = 0; op < 100000; ++op) {
+                void*& slot = live[rng() % live.size()];
+                if (slot) {
+                    doDelete(slot);  // routed back through the header
+                    slot = nullptr;
+                } else {
+                    slot = doNew(16 + rng() % 497, &manager);
+                }
+            }
+            for (void* p : live)
+                doDelete(p);
+            leftover[t] = manager.getAllocatedSize();
+        });
+    for (std::thread& t : threads)
+        t.join();
+    EXPECT_EQ(leftover[0], 0u);
+    EXPECT_EQ(leftover[1], 0u);
+    EXPECT_EQ(pool->getAllocatedMemory(), 0u);
+    EXPECT_EQ(pool->getRefCount(), 1);
+    std::string why;
+    EXPECT_TRUE(pool->checkHeap(&why)) << why;
+    delete pool;
+}

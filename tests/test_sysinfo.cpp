@@ -1,0 +1,217 @@
+// Tests of the machine description: names, the processor table, memory, GUIDs, graphics card.
+#include <vanta/sysinfo.h>
+#include <vanta/sysinfo_p.h>
+#include <vanta/system.h>
+
+#include "testsupport.h"
+
+#include <QFile>
+
+#include <gtest/gtest.h>
+
+#include <sys/utsname.h>
+
+using namespace vanta;
+
+namespace {
+
+// A number from /proc/meminfo in kilobytes, read here independently of the library.
+long long meminfoKB(const char* key) {
+    QFile f(QStringLiteral("/proc/meminfo"));
+    if (!f.open(QIODevice::ReadOnly))
+        return -1;
+    for (const QByteArray& line : f.readAll().split('\n')) {
+        if (line.startsWith(QByteArray(key) + ':'))
+            return line.mid(int(strlen(key)) + 1).trimmed().split(' ').first().toLongLong();
+    }
+    return -1;
+}
+
+QString fakeSysfs(const char* name) { return QStringLiteral(VANTA_TEST_DATA "/sysinfo/") + name; }
+
+}  // namespace
+
+TEST(OSName, EveryValueAndTheUnknown) {
+    const char* names[] = {"UNKNOWN", "Microsoft Win32s", "Microsoft Windows 95", "Windows 98",
+                           "Windows ME", "Microsoft Windows NT", "Microsoft Windows 2000",
+                           "Microsoft Windows XP", "Microsoft Windows Server",
+                           "Microsoft Windows Vista", "Mac OS X", "Linux", "UNKNOWN"};
+    for (int value = 0; value <= 12; ++value)
+        EXPECT_EQ(System::getOSName(System::OSVersion(value)), QString::fromUtf8(names[value]));
+}
+
+TEST(OSVersion, KernelReleases) {
+    const struct {
+        const char* release;
+        int major, minor, build, servicePack;
+    } rows[] = {{"6.1.0-18-amd64", 6, 1, 0, 18},
+                {"6.18.44-fc-v595", 6, 18, 44, 0},
+                {"5.15.0-1051-azure", 5, 15, 0, 1051},
+                {"4.19.0", 4, 19, 0, 0},
+                {"6.5.0rc1+", 6, 5, 0, 0},
+                {"", 0, 0, 0, 0},
+                {"garbage", 0, 0, 0, 0},
+                {"99999999999999.1.2-3", 999999999, 1, 2, 3}};
+    for (const auto& row : rows) {
+        int got[4] = {-1, -1, -1, -1};
+        sysinfo::parseKernelRelease(row.release, got[0], got[1], got[2], got[3]);
+        EXPECT_EQ(QList<int>(got, got + 4),
+                  QList<int>({row.major, row.minor, row.build, row.servicePack}))
+            << row.release;
+    }
+}
+
+TEST(OSVersion, ThisMachineIsLinuxWithItsKernelNumbers) {
+    System::OSVersion os = System::kMacOSX;
+    int major = -1, minor = -1, build = -1, servicePack = -1;
+    System::getOSVersion(os, major, minor, build, servicePack);
+    EXPECT_EQ(os, System::kLinux);
+    utsname names;
+    ASSERT_EQ(uname(&names), 0);
+    EXPECT_EQ(QByteArray(names.release).split('.').first().toInt(), major);
+    const QString numbers = QStringLiteral("%1.%2.%3.%4").arg(major).arg(minor).arg(build);
+    EXPECT_EQ(System::getOSVersionString(), "Linux (" + numbers.arg(servicePack) + ")");
+}
+
+TEST(ProcessorType, MappingTable) {
+    const struct {
+        int type, subtype;
+        unsigned code;
+    } rows[] = {{18, 1, 0x80000001}, {18, 3, 0x80000003},  {18, 4, 0x80000006},
+                {18, 6, 0x80000004}, {18, 7, 0x80000009},  {18, 9, 0x800002EE},
+                {18, 10, 0x80001CE8}, {18, 100, 0x800003CA}, {18, 2, 0x80000001},
+                {7, 3, 3}, {7, 4, 4}, {7, 5, 5}, {7, 22, 5}, {7, 54, 6}, {7, 86, 6}, {7, 6, 3},
+                {12, 9, 0}, {0, 0, 0}};
+    for (const auto& row : rows)
+        EXPECT_EQ(unsigned(System::processorTypeFor(row.type, row.subtype)), row.code)
+            << row.type << "/" << row.subtype;
+}
+
+TEST(ProcessorType, X86FamiliesFeedTheTable) {
+    const struct {
+        int family, code;
+    } rows[] = {{0, 0}, {2, 0}, {3, 3}, {4, 4}, {5, 5}, {6, 6}, {15, 6}, {25, 6}};
+    for (const auto& row : rows) {
+        int type = -1, subtype = -1;
+        sysinfo::x86Report(row.family, type, subtype);
+        EXPECT_EQ(System::processorTypeFor(type, subtype), row.code) << row.family;
+    }
+#if defined(__x86_64__)
+    EXPECT_EQ(System::getProcessorType(), 6);  // every x86-64 processor is family 6 or later
+#endif
+}
+
+TEST(Processor, CountAndClockArePlausible) {
+    QFile cpuinfo(QStringLiteral("/proc/cpuinfo"));
+    ASSERT_TRUE(cpuinfo.open(QIODevice::ReadOnly));
+    int listed = 0;
+    for (const QByteArray& line : cpuinfo.readAll().split('\n'))
+        listed += line.startsWith("processor") ? 1 : 0;
+    EXPECT_EQ(System::getNumProcessors(), listed);
+
+    const float hz = System::getProcessorClockSpeed();
+    if (hz != 0.0f) {  // 0 is the honest answer where the system does not say
+        EXPECT_GT(hz, 1e8f);
+        EXPECT_LT(hz, 1e11f);
+    }
+}
+
+TEST(Memory, SaturationAtTwoGigabytes) {
+    const struct {
+        long long bytes;
+        int mb;
+    } rows[] = {{0, 0},           {1048575, 0},       {1048576, 1}, {2147483647LL, 2047},
+                {2147483648LL, 2047}, {1LL << 40, 2047}, {-1, 2047}};
+    for (const auto& row : rows)
+        EXPECT_EQ(sysinfo::saturatedMB(row.bytes), row.mb) << row.bytes;
+}
+
+TEST(Memory, FiguresAgreeWithProcMeminfo) {
+    const long long totalKB = meminfoKB("MemTotal");
+    ASSERT_GT(totalKB, 0);
+    int physical = -1, virtual_ = -1;
+    System::getTotalMemoryMB(physical, virtual_);
+    EXPECT_EQ(physical, int((totalKB * 1024) >> 20));
+    EXPECT_EQ(virtual_, 4 * physical);
+
+    System::getAvailableMemoryMB(physical, virtual_);
+    EXPECT_EQ(virtual_, 2047);
+    const long long availableKB = meminfoKB("MemAvailable");
+    // Memory moves between the two readings; allow a little slack either way.
+    const int expected = sysinfo::saturatedMB(availableKB * 1024);
+    EXPECT_NEAR(physical, expected, 64);
+
+    System::getUsedMemoryMB(physical, virtual_);
+    EXPECT_GE(physical, 0);
+    EXPECT_LE(physical, 2047);
+    EXPECT_NEAR(physical, sysinfo::saturatedMB((totalKB - availableKB) * 1024), 64);
+    EXPECT_GE(virtual_, 0);
+    EXPECT_LE(virtual_, 2047);
+}
+
+TEST(GUID, FreshRfc4122Values) {
+    const System::GUID a = System::getGUID();
+    const System::GUID b = System::getGUID();
+    EXPECT_NE(a, b);
+    // In RFC 4122 byte order the version nibble leads byte 6 and the variant bits lead byte 8.
+    EXPECT_EQ(a.bytes[6] >> 4, 4);
+    EXPECT_EQ(a.bytes[8] & 0xC0, 0x80);
+}
+
+TEST(GfxCardInfo, FakeDrmTrees) {
+    const struct {
+        const char* tree;
+        int mb;  // -1: the memory query answers false
+        const char *device, *vendor, *driver;
+    } rows[] = {
+        // card2 (8 GiB) comes before card10 (1 GiB); card0 has no memory; connectors are skipped.
+        {"drm-cards", 8192, "0x1002:0x73bf", "0x1002", "amdgpu"},
+        {"drm-novram", -1, "0x8086:0x46a6", "0x8086", "i915"},
+        {"no-such-tree", -1, nullptr, nullptr, nullptr},
+    };
+    for (const auto& row : rows) {
+        GfxCardInfoLinux card(fakeSysfs(row.tree), false);
+        int mb = -1;
+        EXPECT_EQ(card.getGraphicsCardMemoryInMB(mb), row.mb >= 0) << row.tree;
+        EXPECT_EQ(mb, row.mb) << row.tree;  // untouched when the answer is false
+        auto expect = [&](bool (GfxCardInfo::*getter)(QString&), const char* value) {
+            QString text;
+            EXPECT_EQ((card.*getter)(text), value != nullptr) << row.tree;
+            EXPECT_EQ(text, value ? QString::fromUtf8(value) : QStringLiteral("unimplemented"));
+        };
+        expect(&GfxCardInfo::getDisplayDeviceID, row.device);
+        expect(&GfxCardInfo::getGraphicsCardVendor, row.vendor);
+        expect(&GfxCardInfo::getGraphicsCardDriver, row.driver);
+        expect(&GfxCardInfo::getGraphicsCardChipset, nullptr);  // only a hardware renderer knows
+    }
+}
+
+TEST(GfxCardInfo, SoftwareRenderersAreNotACard) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the GL stack's own allocations would read as leaks here";
+#endif
+    // With a DRM card present the renderer is asked; on a machine whose renderer is a software
+    // rasteriser (or that has no GL at all) the card keeps its PCI answers.
+    GfxCardInfoLinux card(fakeSysfs("drm-cards"), true);
+    QString chipset;
+    if (card.getGraphicsCardChipset(chipset))
+        EXPECT_FALSE(chipset.contains(QStringLiteral("llvmpipe"), Qt::CaseInsensitive) ||
+                     chipset.contains(QStringLiteral("softpipe"), Qt::CaseInsensitive))
+            << chipset.toStdString();
+    else
+        EXPECT_EQ(chipset, QStringLiteral("unimplemented"));
+    int mb = 0;
+    EXPECT_TRUE(card.getGraphicsCardMemoryInMB(mb));
+}
+
+TEST(GfxCardInfo, SingletonIsRebuiltAfterDelete) {
+    GfxCardInfo* first = GfxCardInfo::getSingleton();
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(GfxCardInfo::getSingleton(), first);
+    delete first;
+    EXPECT_EQ(GfxCardInfoLinux::sSingleton, nullptr);
+    GfxCardInfo* second = GfxCardInfo::getSingleton();
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(GfxCardInfoLinux::sSingleton, second);
+    delete second;
+}

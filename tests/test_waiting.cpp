@@ -1,0 +1,196 @@
+// Tests of Semaphore, Conditional and Barrier.
+#include <vanta/waiting.h>
+
+#include "testsupport.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+#include <vector>
+
+using namespace vanta;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+long msSince(Clock::time_point start) {
+    return long(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
+}
+
+// Runs body on `count` threads (body gets the index) and joins them; a deadlock aborts the run
+// after the limit instead of hanging it.
+template <class F>
+void runThreads(int count, F body, std::chrono::seconds limit = std::chrono::seconds(60)) {
+    std::atomic<int> done{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; ++i)
+        threads.emplace_back([&, i] {
+            body(i);
+            ++done;
+        });
+    if (!vantatest::waitUntil([&] { return done.load() == count; }, limit)) {
+        std::fprintf(stderr, "deadlock: %d of %d threads still blocked\n", count - done.load(), count);
+        std::abort();
+    }
+    for (auto& t : threads)
+        t.join();
+}
+
+}  // namespace
+
+TEST(Semaphore, CountsUnitsAndRefusesWhenEmpty) {
+    Semaphore sem(2);
+    EXPECT_EQ(sem.trywait(), 0);
+    EXPECT_EQ(sem.trywait(), 0);
+    EXPECT_EQ(sem.trywait(), -1);
+    EXPECT_EQ(sem.post(), 0);
+    EXPECT_EQ(sem.trywait(0), -1) << "a zero time-out makes no attempt, even with a unit there";
+    EXPECT_EQ(sem.trywait(5), 0);
+    EXPECT_EQ(sem.trywait(), -1);
+    const auto start = Clock::now();
+    EXPECT_EQ(sem.trywait(30), -1);
+    EXPECT_GE(msSince(start), 30) << "thirty attempts sleep at least a millisecond each";
+}
+
+TEST(Semaphore, CountLimitsAreRefusedWithoutBlocking) {
+    for (long bad : {-1L, Semaphore::kMaxCount + 1}) {
+        Semaphore sem(bad);
+        EXPECT_EQ(sem.post(), -1) << bad;
+        EXPECT_EQ(sem.wait(), -1) << bad;
+        EXPECT_EQ(sem.trywait(), -1) << bad;
+        EXPECT_EQ(sem.trywait(-5), -1) << bad;
+    }
+    Semaphore full(Semaphore::kMaxCount);
+    EXPECT_EQ(full.post(), -1);
+    EXPECT_EQ(full.trywait(), 0);
+    EXPECT_EQ(full.post(), 0);
+}
+
+TEST(Semaphore, WaitsTakeAUnitPostedLater) {
+    // trywait(-5) waits like wait(); trywait(n) takes a unit posted while it polls.
+    for (long timeout : {-5L, 10000L}) {
+        Semaphore sem(0);
+        std::atomic<int> result{1};
+        runThreads(2, [&](int i) {
+            if (i == 0) {
+                result = sem.trywait(timeout);
+            } else {
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+                sem.post();
+            }
+        });
+        EXPECT_EQ(result.load(), 0) << timeout;
+        EXPECT_EQ(sem.trywait(), -1) << timeout;
+    }
+}
+
+TEST(Semaphore, NoUnitIsLostOrDuplicatedUnderContention) {
+    // Producers and consumers on both sides of the spin-then-sleep path.
+    constexpr int kPerThread = 20000;
+    Semaphore sem(0);
+    runThreads(4, [&](int i) {
+        for (int n = 0; n < kPerThread; ++n)
+            i % 2 ? sem.post() : sem.wait();
+    });
+    EXPECT_EQ(sem.trywait(), -1);
+}
+
+TEST(Conditional, RefusesACallerThatDoesNotHoldTheLock) {
+    SpinLock lock;
+    Conditional cond;
+    EXPECT_EQ(cond.wait(lock), -1);
+    EXPECT_EQ(cond.timedwait(lock, 10000), -1);
+}
+
+TEST(Conditional, TimedWaitReleasesTheLockAndRetakesItAtDepth) {
+    SpinLock lock;
+    Conditional cond;
+    lock.lock();
+    lock.lock();
+    EXPECT_EQ(cond.timedwait(lock, 0), -1);
+    EXPECT_EQ(lock.depth(), 2);
+
+    std::atomic<int> otherTook{-1};
+    std::thread other([&] {
+        vantatest::waitUntil([&] { return lock.trylock() == 0; });
+        otherTook = 0;
+        lock.unlock();
+    });
+    const auto start = Clock::now();
+    EXPECT_EQ(cond.timedwait(lock, 100), -1);
+    EXPECT_GE(msSince(start), 99);
+    other.join();
+    EXPECT_EQ(otherTook.load(), 0) << "the lock must be free while its holder waits";
+    EXPECT_EQ(lock.depth(), 2);
+    lock.unlock();
+    lock.unlock();
+    EXPECT_EQ(lock.unlock(), -1);
+}
+
+TEST(Conditional, SignalAndBroadcastWakeWaiters) {
+    // A hand-off queue: every item produced is consumed exactly once.
+    SpinLock lock;
+    Conditional cond;
+    long items = 0, consumed = 0;
+    bool closed = false;
+    constexpr int kItems = 20000, kConsumers = 3;
+    runThreads(kConsumers + 1, [&](int i) {
+        CSMutex guard(lock);
+        if (i == 0) {
+            for (int n = 0; n < kItems; ++n) {
+                ++items;
+                cond.signal();
+                lock.unlock();
+                lock.lock();
+            }
+            closed = true;
+            cond.broadcast();
+            return;
+        }
+        for (;;) {
+            while (items == 0 && !closed)
+                EXPECT_EQ(i == 1 ? cond.timedwait(lock, 60000) : cond.wait(lock), 0);
+            if (items == 0)
+                return;
+            --items;
+            ++consumed;
+        }
+    });
+    EXPECT_EQ(consumed, kItems);
+}
+
+TEST(Barrier, KeepsEveryThreadInTheSameRound) {
+    constexpr int kRounds = 1000;
+    for (int total : {2, 3, 5, 8}) {
+        Barrier barrier(total);
+        std::atomic<int> arrived{0}, faults{0};
+        runThreads(total, [&](int) {
+            for (int round = 0; round < kRounds; ++round) {
+                ++arrived;
+                if (barrier.enter() != 0)
+                    ++faults;
+                // Everyone has arrived for this round, and nobody can be past the next one.
+                const int now = arrived.load();
+                if (now < total * (round + 1) || now > total * (round + 2))
+                    ++faults;
+            }
+        });
+        EXPECT_EQ(faults.load(), 0) << total << " threads";
+        EXPECT_EQ(barrier.rounds(), static_cast<unsigned long>(kRounds)) << total << " threads";
+    }
+}
+
+TEST(Barrier, DegenerateSizes) {
+    Barrier single(1);
+    EXPECT_EQ(single.enter(), 0);
+    EXPECT_EQ(single.enter(), 0);
+    EXPECT_EQ(single.rounds(), 2ul);
+    for (int bad : {0, -3}) {
+        Barrier barrier(bad);
+        EXPECT_EQ(barrier.enter(), -1) << bad;
+    }
+}
