@@ -120,6 +120,13 @@ TEST(BinRes, RegionEmphasisUsesSavedLocaleAndLowerCase) {
     EXPECT_TRUE(BinRes::GetResourcePathWithRegionEmphasis(QStringLiteral("png"),
                                                           QStringLiteral("welcome"))
                     .endsWith(QStringLiteral("/Resources/de_AT.lproj/welcome.png")));
+    // The saved choice is the current edition's own: another edition has its own settings.
+    VersionInfo::setAppType(VersionInfo::kAppStudio);
+    saveLocaleChoice(QStringLiteral("fr_CA"));
+    EXPECT_TRUE(BinRes::GetResourcePathWithRegionEmphasis(QStringLiteral("png"),
+                                                          QStringLiteral("welcome"))
+                    .endsWith(QStringLiteral("/fr.lproj/welcome.png")));
+    VersionInfo::setAppType(VersionInfo::kAppStandard);
     // An unlocalized image is found whatever the locales.
     EXPECT_EQ(BinRes::GetResourcePathWithRegionEmphasis(QStringLiteral("PNG"),
                                                         QStringLiteral("DGLogo")),
