@@ -1,11 +1,11 @@
 // vanta sysinfo and vanta cleanpath: the machine description, locales, folders and path clean-up.
 #include "command.h"
 
+#include <vanta/binres.h>
 #include <vanta/file.h>
 #include <vanta/locales.h>
 #include <vanta/sysinfo.h>
 #include <vanta/system.h>
-#include <vanta/binres.h>
 #include <vanta/versioninfo.h>
 
 #include <QSettings>
