@@ -1,4 +1,4 @@
-// vanta sysinfo and vanta cleanpath: the machine description, locales, folders and path clean-up.
+// vanta sysinfo and vanta cleanpath: the machine, locales, folders, version record and path clean-up.
 #include "command.h"
 
 #include <vanta/binres.h>
