@@ -1,9 +1,12 @@
 // vanta::System's locale state, preferred-locale lists and localized help addresses.
 #include <vanta/locales.h>
 #include <vanta/system.h>
+#include <vanta/versioninfo.h>
 
 #include <QRegularExpression>
 #include <QSettings>
+
+#include <memory>
 
 namespace vanta {
 
@@ -12,15 +15,12 @@ bool sLastLaunchSucceded = true;
 
 namespace {
 
-// The "locale" entry of the per-user application settings, or null when none was saved. This is
-// the one place that knows where those settings live (the company and the application id of
-// the default edition), so it can move to the version record's settings when that is in use.
+// The "locale" entry of the per-user application settings, or null when none was saved.
 QString savedLocaleChoice() {
-    QSettings settings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("Orvane"),
-                       QStringLiteral("OrvaneVantaEmber"));
-    if (!settings.contains(QStringLiteral("locale")))
+    std::unique_ptr<QSettings> settings(VersionInfo::createUserAppSettings());
+    if (!settings->contains(QStringLiteral("locale")))
         return QString();
-    return settings.value(QStringLiteral("locale"), QStringLiteral("en_US")).toString();
+    return settings->value(QStringLiteral("locale"), QStringLiteral("en_US")).toString();
 }
 
 }  // namespace

@@ -1,10 +1,16 @@
-// vanta sysinfo and vanta cleanpath: the machine description, locales, folders and path clean-up.
+// vanta sysinfo and vanta cleanpath: the machine, locales, folders, version record and path clean-up.
 #include "command.h"
 
+#include <vanta/binres.h>
 #include <vanta/file.h>
 #include <vanta/locales.h>
 #include <vanta/sysinfo.h>
 #include <vanta/system.h>
+#include <vanta/versioninfo.h>
+
+#include <QSettings>
+
+#include <memory>
 
 namespace {
 
@@ -47,6 +53,30 @@ void printMachine() {
     out(QStringLiteral("graphics driver: ") + text);
 }
 
+// The application's version record and where its settings and resources live.
+void printVersionRecord() {
+    out(QStringLiteral("application: ") + VersionInfo::getAppNameW());
+    out(QStringLiteral("company: ") + VersionInfo::getAppCompanyW());
+    const int number = VersionInfo::parseVersionNumber(VersionInfo::getAppVersionW());
+    out(QStringLiteral("version: %1 (number %2)").arg(VersionInfo::getAppVersionW()).arg(number));
+    out(QStringLiteral("edition: type %1, group %2, application id %3, product id %4")
+            .arg(int(VersionInfo::getAppType()))
+            .arg(VersionInfo::getAppGroup())
+            .arg(VersionInfo::getAppIDW(), VersionInfo::getIDFromType(VersionInfo::getAppType())));
+    out(QStringLiteral("application settings: ") + VersionInfo::getAppSettingsRegistryPath());
+    out(QStringLiteral("common settings: ") + VersionInfo::getCommonSettingsRegistryPath());
+    const std::unique_ptr<QSettings> settings(VersionInfo::createUserAppSettings());
+    out(QStringLiteral("settings file: ") + settings->fileName());
+    out(QStringLiteral("last version run: ") +
+        settings->value(QStringLiteral("currentVersion")).toString());
+    out(QStringLiteral("last system run on: ") +
+        settings->value(QStringLiteral("osName")).toString());
+    out(QStringLiteral("resource folder: ") + vanta::GetResourceFolder());
+    out(QStringLiteral("welcome banner for these locales: ") +
+        vanta::BinRes::GetResourcePathWithRegionEmphasis(QStringLiteral("png"),
+                                                         QStringLiteral("welcome")));
+}
+
 int runSysinfo(const QStringList& args) {
     if (!args.isEmpty())
         return usage("sysinfo");
@@ -64,6 +94,7 @@ int runSysinfo(const QStringList& args) {
     out(QStringLiteral("cache folder: ") + System::getCacheDirectory());
     out(QStringLiteral("documents folder: ") + System::getMyDocumentsDirectory());
     out(QStringLiteral("temporary folder: ") + System::getTempDirectory());
+    printVersionRecord();
     return kOk;
 }
 

@@ -1,0 +1,106 @@
+// The application's version record: editions, names, version, settings locations, first-run
+// detection, and the "Version" settings group that publishes them.
+#pragma once
+
+#include <vanta/typedsetting.h>
+
+#include <QString>
+
+class QSettings;
+
+// The "Version" settings group: who the application is and what it runs on, as observable
+// settings. The one instance is VersionInfo::versionOptions. Main thread only, like every group.
+class VersionOptions : public vanta::SettingGroup {
+public:
+    VersionOptions();
+    ~VersionOptions() override;
+
+    vanta::TypedSetting<QString> appName;
+    vanta::TypedSetting<QString> appVersion;
+    vanta::TypedSetting<bool> firstRunNewVersion;
+    vanta::TypedSetting<QString> currentRunVersion;
+    vanta::TypedSetting<QString> lastVersion;
+    vanta::TypedSetting<QString> osName;
+    vanta::IntSetting osMajor;
+    vanta::IntSetting osMinor;
+    vanta::IntSetting osBuild;
+    vanta::IntSetting osPatch;
+    vanta::TypedSetting<bool> firstRunOnThisOS;
+    vanta::TypedSetting<QString> osLocale;
+    vanta::IntSetting ramSize;       // physical memory in megabytes
+    vanta::IntSetting screenWidth;   // primary screen, device-independent pixels
+    vanta::IntSetting screenHeight;
+};
+
+// Who this program is. Every operation first creates the private record (VersionInfoImpl) if it
+// does not exist yet; creation is locked, so the first calls may race. The setters change the
+// record in place and belong to the main thread, before other threads read it.
+class VersionInfo {
+public:
+    // The editions; each has a row of names in the record's edition map.
+    enum AppType : int {
+        kAppSite = 0,
+        kAppStudio = 1,
+        kAppEmber = 2,
+        kAppEmberAlt = 3,   // same row as kAppEmber
+        kAppEmberNv = 4,    // kAppEmber with its own product id
+        kAppStandard = 5,   // the default edition
+        kAppUnknown = 255,
+    };
+
+    // Creates the record on the first call; later calls do nothing.
+    static void initialize();
+    // Destroys the record; the next call of any operation builds a fresh one.
+    static void shutdown();
+
+    static AppType getAppType();
+    static int getAppGroup();
+    // Selects another edition: name, application id, product id and group follow its row, and
+    // both registry paths are rebuilt. A type without a row gets empty names and group 255.
+    static void setAppType(AppType type);
+    // The product id of type's row, empty for a type without a row.
+    static QString getIDFromType(AppType type);
+
+    static QString getAppNameW();
+    static QString getAppCompanyW();
+    static QString getAppVersionW();
+    static QString getAppVersionTagW();
+    static QString getAppIDW();
+    static void setAppVersion(const QString& version);
+
+    // A flag for programs that run embedded in another one, kept in the record for them.
+    static void setControlType(bool control);
+    static bool isControlType();
+
+    // "Software/<company>/OVCommonSettings" and "Software/<company>/<application id>".
+    static QString getCommonSettingsRegistryPath();
+    static QString getAppSettingsRegistryPath();
+
+    // New settings objects for the common product or this application, per user or for all
+    // users. Allocated through vanta::doNew; the caller deletes them with delete. Never null.
+    static QSettings* createUserCommonSettings();
+    static QSettings* createUserAppSettings();
+    static QSettings* createGlobalCommonSettings();
+    static QSettings* createGlobalAppSettings();
+
+    // "a.b.c" as a*100000 + b*10000 + c, from at most three unsigned decimal parts ("." runs
+    // are skipped). *ok, when given, is false if there were more than three parts or a part did
+    // not convert (it then counts as 0). The third part is not bounded: 1.0.20000 == 1.2.0.
+    static int parseVersionNumber(const QString& v, bool* ok = nullptr);
+
+    // True when the user settings name another version (or none) as the last one run; then
+    // sets versionOptions.firstRunNewVersion. Either way records the running version there,
+    // and puts the previous and the running version into lastVersion and currentRunVersion.
+    static bool isFirstRunNewVersion();
+    // True when the user settings name another operating system (or none) as the last one run
+    // on; versionOptions.firstRunOnThisOS receives the answer, and a new name is recorded.
+    static bool isFirstRunOnThisOS();
+    // Copies the operating system's name and version numbers into versionOptions.
+    static void storeOsInfo();
+    // Copies the application's name and version, the current locale, the physical memory and
+    // the primary screen's size into versionOptions. The screen needs a QGuiApplication; without
+    // one the screen settings keep their values.
+    static void storeMachineInfo();
+
+    static VersionOptions versionOptions;
+};
