@@ -2,10 +2,11 @@
 #include <vanta/qttimermanager.h>
 #include <vanta/timer.h>
 
+#include "testsupport.h"
+
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QThread>
 
 #include <atomic>
@@ -13,6 +14,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 using namespace vanta;
@@ -21,37 +23,28 @@ namespace {
 
 // Runs the event loop until condition holds or limitMs pass; true when it held.
 bool pumpUntil(const std::function<bool()>& condition, int limitMs = 10000) {
-    QElapsedTimer clock;
-    clock.start();
-    while (!condition()) {
-        if (clock.elapsed() > limitMs)
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-    }
-    return true;
+    return vantatest::waitUntil([&] { return QCoreApplication::processEvents(), condition(); },
+                                std::chrono::milliseconds(limitMs));
 }
 
-void pumpFor(int ms) { pumpUntil([] { return false; }, ms); }
-
-// Logs its name on each notification, then runs an optional action.
-class Recorder : public ITimer::IObserver {
-public:
-    Recorder(std::string name, std::vector<std::string>* log) : name(std::move(name)), log(log) {}
+// Appends its name to a shared log on each notification, then runs an optional action.
+struct Recorder : ITimer::IObserver {
+    Recorder(char name, std::string* log) : name(name), log(log) {}
     void onTimer(const Event& event) override {
-        log->push_back(name);
+        *log += name;
         lastTimer = event.timer;
         if (action)
             action();
     }
-    std::string name;
-    std::vector<std::string>* log;
+    char name;
+    std::string* log;
     ITimer* lastTimer = nullptr;
     std::function<void()> action;
 };
 
-// A deferred call that notes on which thread and how often it ran.
-class Probe : public Timer::SyncMethod {
-public:
+// A deferred call that notes on which thread and how often it ran, and appends n to order if set.
+struct Probe : Timer::SyncMethod {
+    Probe(std::vector<int>* order = nullptr, int n = 0) : order(order), n(n) {}
     void execute() override {
         thread.store(QThread::currentThread());
         runs.fetch_add(1);
@@ -60,27 +53,22 @@ public:
     }
     std::atomic<QThread*> thread{nullptr};
     std::atomic<int> runs{0};
-    std::vector<int>* order = nullptr;  // when set, n is appended on each run
-    int n = 0;
+    std::vector<int>* order;
+    int n;
 };
 
-// A peer that records, as it is destroyed, which timer it still pointed at.
-class WatchedPeer : public Timer::Peer {
-public:
-    WatchedPeer(Timer* t, Timer** seen) : Peer(t), mSeen(seen) {}
-    ~WatchedPeer() override { *mSeen = getTimer(); }
-    void start(unsigned int, bool) override { mActive = true; }
-    void stop() override { mActive = false; }
-    bool isActive() const override { return mActive; }
-
-private:
-    Timer** mSeen;
-    bool mActive = false;
-};
-
-class WatchedManager : public Timer::Manager {
-public:
-    Timer::Peer* createPeer(Timer* t) override { return new WatchedPeer(t, &timerSeenByPeer); }
+// A manager whose peers record, as they are destroyed, which timer they still pointed at.
+struct WatchedManager : Timer::Manager {
+    struct Peer : Timer::Peer {
+        Peer(Timer* t, Timer** seen) : Timer::Peer(t), seen(seen) {}
+        ~Peer() override { *seen = getTimer(); }
+        void start(unsigned int, bool) override { active = true; }
+        void stop() override { active = false; }
+        bool isActive() const override { return active; }
+        Timer** seen;
+        bool active = false;
+    };
+    Timer::Peer* createPeer(Timer* t) override { return new Peer(t, &timerSeenByPeer); }
     void execute(Timer::SyncMethod& m, bool) override { m.execute(); }
     void executeAsync(Timer::SyncMethod& m) override { m.execute(); }
     Timer* timerSeenByPeer = reinterpret_cast<Timer*>(1);
@@ -93,56 +81,36 @@ protected:
 
 }  // namespace
 
-TEST_F(TimerTest, ObserversAreKeptOnceAndInOrder) {
-    Timer timer;
-    std::vector<std::string> log;
-    Recorder a("a", &log), b("b", &log), never("never", &log);
-    EXPECT_TRUE(timer.addObserver(a));
-    EXPECT_FALSE(timer.addObserver(a));
-    EXPECT_TRUE(timer.addObserver(b));
-    EXPECT_FALSE(timer.remObserver(never));
-    timer.fire();
-    EXPECT_EQ(log, (std::vector<std::string>{"a", "b"}));
-    EXPECT_EQ(a.lastTimer, &timer);
-    EXPECT_TRUE(timer.remObserver(a));
-    EXPECT_FALSE(timer.hasObserver(a));
-    timer.fire();
-    EXPECT_EQ(log, (std::vector<std::string>{"a", "b", "b"}));
-}
-
-TEST_F(TimerTest, ObserversChangingTheListDuringAFiring) {
-    struct Row {
+TEST_F(TimerTest, ObserversAreKeptOnceInOrderAndMayChangeTheListDuringAFiring) {
+    // The change observer a makes the first time it is told; l is not registered at first.
+    const struct {
         const char* name;
-        // The change observer "a" makes the first time it is notified.
-        std::function<void(Timer&, Recorder& a, Recorder& c, Recorder& late)> change;
-        std::vector<std::string> firstFiring, secondFiring;
-    };
-    const Row rows[] = {
+        std::function<void(Timer&, Recorder& a, Recorder& c, Recorder& l)> change;
+        const char *firstFiring, *secondFiring;
+    } rows[] = {
         {"an added observer is reached in the same walk",
-         [](Timer& t, Recorder&, Recorder&, Recorder& late) { t.addObserver(late); },
-         {"a", "b", "c", "late"}, {"a", "b", "c", "late"}},
+         [](Timer& t, Recorder&, Recorder&, Recorder& l) { t.addObserver(l); }, "abcl", "abcl"},
         {"removing itself skips the next one once",
-         [](Timer& t, Recorder& a, Recorder&, Recorder&) { t.remObserver(a); },
-         {"a", "c"}, {"b", "c"}},
+         [](Timer& t, Recorder& a, Recorder&, Recorder&) { t.remObserver(a); }, "ac", "bc"},
         {"a later observer removed is not reached",
-         [](Timer& t, Recorder&, Recorder& c, Recorder&) { t.remObserver(c); },
-         {"a", "b"}, {"a", "b"}},
+         [](Timer& t, Recorder&, Recorder& c, Recorder&) { t.remObserver(c); }, "ab", "ab"},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         Timer timer;
-        std::vector<std::string> log;
-        Recorder a("a", &log), b("b", &log), c("c", &log), late("late", &log);
-        bool changed = false;
-        a.action = [&] {
-            if (!changed) {
-                changed = true;
-                row.change(timer, a, c, late);
-            }
+        std::string log;
+        Recorder a('a', &log), b('b', &log), c('c', &log), l('l', &log);
+        a.action = [&, changed = false]() mutable {
+            if (!std::exchange(changed, true))
+                row.change(timer, a, c, l);
         };
         for (Recorder* r : {&a, &b, &c})
-            timer.addObserver(*r);
+            ASSERT_TRUE(timer.addObserver(*r));
+        EXPECT_FALSE(timer.addObserver(b)) << "kept once";
+        EXPECT_FALSE(timer.remObserver(l)) << "not there";
+        EXPECT_TRUE(timer.hasObserver(b) && !timer.hasObserver(l));
         timer.fire();
         EXPECT_EQ(log, row.firstFiring) << row.name;
+        EXPECT_EQ(a.lastTimer, &timer);
         log.clear();
         timer.fire();
         EXPECT_EQ(log, row.secondFiring) << row.name;
@@ -152,15 +120,15 @@ TEST_F(TimerTest, ObserversChangingTheListDuringAFiring) {
 TEST_F(TimerTest, QtPeerFiresSingleShotAndRepeating) {
     Timer timer;
     ASSERT_NE(dynamic_cast<QtTimerPeer*>(timer.getPeer()), nullptr);
-    std::vector<std::string> log;
-    Recorder r("r", &log);
+    std::string log;
+    Recorder r('r', &log);
     timer.addObserver(r);
 
     timer.start(1, true);
     EXPECT_TRUE(timer.isActive());
     ASSERT_TRUE(pumpUntil([&] { return log.size() == 1; }));
     EXPECT_FALSE(timer.isActive()) << "a single-shot timer stops after firing";
-    pumpFor(30);
+    pumpUntil([] { return false; }, 30);
     EXPECT_EQ(log.size(), 1u);
 
     timer.start(1, false);
@@ -168,23 +136,22 @@ TEST_F(TimerTest, QtPeerFiresSingleShotAndRepeating) {
     timer.stop();
     EXPECT_FALSE(timer.isActive());
     const size_t fired = log.size();
-    pumpFor(30);
+    pumpUntil([] { return false; }, 30);
     EXPECT_EQ(log.size(), fired) << "no firing after stop";
-}
 
-TEST_F(TimerTest, PeerDestroyedFirstDetachesFromTheTimer) {
-    auto timer = std::make_unique<Timer>();
-    std::vector<std::string> log;
-    Recorder r("r", &log);
-    timer->addObserver(r);
-    timer->start(1, false);
-    delete timer->getPeer();
-    EXPECT_EQ(timer->getPeer(), nullptr);
-    EXPECT_FALSE(timer->isActive());
-    timer->start(1, false);  // nothing to forward to: a no-op
-    pumpFor(30);
-    EXPECT_TRUE(log.empty()) << "the deleted peer's timer must not fire";
-    timer.reset();  // must not delete the peer a second time
+    // A peer destroyed first detaches: the timer forwards nothing more and does not delete it again.
+    std::string orphanLog;
+    Recorder o('o', &orphanLog);
+    auto orphan = std::make_unique<Timer>();
+    orphan->addObserver(o);
+    orphan->start(1, false);
+    delete orphan->getPeer();
+    EXPECT_EQ(orphan->getPeer(), nullptr);
+    EXPECT_FALSE(orphan->isActive());
+    orphan->start(1, false);
+    pumpUntil([] { return false; }, 30);
+    EXPECT_TRUE(orphanLog.empty()) << "the deleted peer's timer must not fire";
+    orphan.reset();
 }
 
 TEST(TimerPairing, TimerFirstClearsThePeerAndManagersReplaceEachOther) {
@@ -209,24 +176,20 @@ TEST(TimerPairing, TimerFirstClearsThePeerAndManagersReplaceEachOther) {
     EXPECT_EQ(probe.runs.load(), 0);
 }
 
-TEST_F(TimerTest, OnTheUiThreadExecuteRunsAtOnceAndAsyncLaterInOrder) {
+// On the UI thread execute runs at once and executeAsync later, in order; from workers both run
+// on the UI thread, and a waiting execute returns only after its method ran.
+TEST_F(TimerTest, DeferredCallsRunOnTheUiThread) {
     Probe now;
     Timer::execute(now, true);
     EXPECT_EQ(now.runs.load(), 1);
-
     std::vector<int> order;
-    Probe later[5];
-    for (int n = 0; n < 5; ++n) {
-        later[n].order = &order;
-        later[n].n = n;
-        Timer::executeAsync(later[n]);
-    }
+    Probe later[] = {{&order, 0}, {&order, 1}, {&order, 2}, {&order, 3}, {&order, 4}};
+    for (Probe& p : later)
+        Timer::executeAsync(p);
     EXPECT_TRUE(order.empty()) << "executeAsync must not run the method before returning";
     ASSERT_TRUE(pumpUntil([&] { return order.size() == 5; }));
     EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3, 4}));
-}
 
-TEST_F(TimerTest, WorkerThreadsCallsRunOnTheUiThread) {
     constexpr int kThreads = 3, kEach = 40;
     Probe async[kThreads][kEach], sync[kThreads];
     std::atomic<int> finished{0}, syncRanBeforeReturn{0};
@@ -247,7 +210,7 @@ TEST_F(TimerTest, WorkerThreadsCallsRunOnTheUiThread) {
     for (std::thread& w : workers)
         w.join();
     EXPECT_EQ(syncRanBeforeReturn.load(), kThreads) << "execute(m, true) returns after m ran";
-    ASSERT_TRUE(pumpUntil([&] { return manager.getExecutedCount() == kThreads * (kEach + 1); }));
+    ASSERT_TRUE(pumpUntil([&] { return manager.getExecutedCount() == 6 + kThreads * (kEach + 1); }));
     for (int t = 0; t < kThreads; ++t) {
         EXPECT_EQ(sync[t].thread.load(), QThread::currentThread());
         for (const Probe& p : async[t]) {
