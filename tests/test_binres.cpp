@@ -26,17 +26,15 @@ using namespace vanta;
 
 namespace {
 
-// The repository's resources folder, with the images and localized welcome banners we ship.
-QString sourceResources() {
-    return QDir::cleanPath(QStringLiteral(VANTA_TEST_DATA "/../../resources"));
-}
-
-// Makes root/bin/ the install path with root/Resources as a link to `resources`.
-void installAt(const QString& root, const QString& resources) {
-    QDir().mkpath(root + QStringLiteral("/bin"));
-    QFile::remove(root + QStringLiteral("/Resources"));
-    ASSERT_TRUE(QFile::link(resources, root + QStringLiteral("/Resources")));
-    System::setInstallPath(root + QStringLiteral("/bin"));
+// Makes <scratch>/prefix/bin the install path, with Resources beside it linking to the
+// repository's resources folder (the images and localized welcome banners we ship).
+void installShipped() {
+    const QString root = vantatest::scratchDir() + "/prefix";
+    QDir().mkpath(root + "/bin");
+    QFile::remove(root + "/Resources");
+    ASSERT_TRUE(
+        QFile::link(QDir::cleanPath(VANTA_TEST_DATA "/../../resources"), root + "/Resources"));
+    System::setInstallPath(root + "/bin");
 }
 
 void touch(const QString& path, const QByteArray& bytes = QByteArray("x")) {
@@ -44,11 +42,6 @@ void touch(const QString& path, const QByteArray& bytes = QByteArray("x")) {
     QFile f(path);
     ASSERT_TRUE(f.open(QIODevice::WriteOnly));
     f.write(bytes);
-}
-
-void saveLocaleChoice(const QString& locale) {
-    std::unique_ptr<QSettings> s(VersionInfo::createUserAppSettings());
-    s->setValue(QStringLiteral("locale"), locale);
 }
 
 QStringList list(const char* spaced) {
@@ -59,12 +52,13 @@ QStringList list(const char* spaced) {
 
 TEST(BinRes, IdTable) {
     ASSERT_EQ(resIDNameMapSize, 43);
-    EXPECT_STREQ(FindResName(211), "dglogo");
-    EXPECT_STREQ(FindResName(252), "cursor_hand_open");
-    EXPECT_STREQ(FindResName(521), "cursor_hand_open");
-    EXPECT_STREQ(FindResName(550), "clear");
-    EXPECT_EQ(FindResName(0), nullptr);
-    EXPECT_EQ(FindResName(-1), nullptr);
+    const struct {
+        int id;
+        const char* name;
+    } rows[] = {{211, "dglogo"}, {252, "cursor_hand_open"}, {521, "cursor_hand_open"},
+                {550, "clear"}, {0, nullptr}, {-1, nullptr}};
+    for (const auto& row : rows)
+        EXPECT_STREQ(FindResName(row.id), row.name) << row.id;
     // Every id is unique; every name but the shared one appears once.
     std::set<int> ids;
     std::set<std::string> names;
@@ -79,7 +73,7 @@ TEST(BinRes, IdTable) {
 TEST(BinRes, SearchOrderOnScratchFolders) {
     const struct {
         const char* label;
-        const char* files;    // folders (relative to dir) holding pic.png; "." is dir itself
+        const char* files;     // folders (relative to dir) holding pic.png; "." is dir itself
         const char* locales;
         const char* expected;  // folder of the answer, "" for none
     } rows[] = {
@@ -94,99 +88,79 @@ TEST(BinRes, SearchOrderOnScratchFolders) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.label);
-        const QString dir = vantatest::scratchDir() + QStringLiteral("/search-") +
-                            QString::number(quintptr(&row));
+        const QString dir = vantatest::scratchDir() + "/search-" + QString::number(quintptr(&row));
         for (const QString& folder : list(row.files))
-            touch(dir + QLatin1Char('/') + folder + QStringLiteral("/pic.png"));
+            touch(dir + '/' + folder + "/pic.png");
         const QString found = BinRes::SearchLocaleDirsForResource(
-            QStringLiteral("png"), QStringLiteral("pic"), dir, QStringLiteral("lproj"),
-            list(row.locales));
-        const QString expected = *row.expected ? dir + QLatin1Char('/') +
-                                                     QLatin1String(row.expected) +
-                                                     QStringLiteral("/pic.png")
-                                               : QString();
-        EXPECT_EQ(QDir::cleanPath(found), QDir::cleanPath(expected));
+            "png", "pic", dir, "lproj", list(row.locales));
+        EXPECT_EQ(QDir::cleanPath(found),
+                  *row.expected ? QDir::cleanPath(dir + '/' + row.expected + "/pic.png")
+                                : QString());
     }
 }
 
 TEST(BinRes, RegionEmphasisUsesSavedLocaleAndLowerCase) {
-    installAt(vantatest::scratchDir() + QStringLiteral("/prefix"), sourceResources());
+    installShipped();
     vantatest::ScopedEnv language("LANGUAGE", "de");
-    saveLocaleChoice(QStringLiteral("fr_CA"));
-    EXPECT_EQ(BinRes::GetResourcePathWithRegionEmphasis(QStringLiteral("PNG"),
-                                                        QStringLiteral("Welcome")),
-              GetResourceFolder() + QStringLiteral("/fr.lproj/welcome.png"));
-    saveLocaleChoice(QStringLiteral("de_AT"));
-    EXPECT_TRUE(BinRes::GetResourcePathWithRegionEmphasis(QStringLiteral("png"),
-                                                          QStringLiteral("welcome"))
-                    .endsWith(QStringLiteral("/Resources/de_AT.lproj/welcome.png")));
+    auto found = [](const char* locale, const char* type, const char* name) {
+        std::unique_ptr<QSettings>(VersionInfo::createUserAppSettings())
+            ->setValue("locale", locale);
+        return BinRes::GetResourcePathWithRegionEmphasis(type, name);
+    };
+    EXPECT_EQ(found("fr_CA", "PNG", "Welcome"), GetResourceFolder() + "/fr.lproj/welcome.png");
+    EXPECT_EQ(found("de_AT", "png", "welcome"), GetResourceFolder() + "/de_AT.lproj/welcome.png");
     // The saved choice is the current edition's own: another edition has its own settings.
     VersionInfo::setAppType(VersionInfo::kAppStudio);
-    saveLocaleChoice(QStringLiteral("fr_CA"));
-    EXPECT_TRUE(BinRes::GetResourcePathWithRegionEmphasis(QStringLiteral("png"),
-                                                          QStringLiteral("welcome"))
-                    .endsWith(QStringLiteral("/fr.lproj/welcome.png")));
+    EXPECT_EQ(found("fr_CA", "png", "welcome"), GetResourceFolder() + "/fr.lproj/welcome.png");
     VersionInfo::setAppType(VersionInfo::kAppStandard);
     // An unlocalized image is found whatever the locales.
-    EXPECT_EQ(BinRes::GetResourcePathWithRegionEmphasis(QStringLiteral("PNG"),
-                                                        QStringLiteral("DGLogo")),
-              GetResourceFolder() + QStringLiteral("/dglogo.png"));
+    EXPECT_EQ(found("de_AT", "PNG", "DGLogo"), GetResourceFolder() + "/dglogo.png");
 }
 
 TEST(BinRes, ResourceFolderDefaultsToBesideTheExecutable) {
-    // No install path set: the folder is ../Resources from this test program's folder.
     System::installPath.clear();
     EXPECT_EQ(GetResourceFolder(),
-              QDir::cleanPath(QCoreApplication::applicationDirPath() + QStringLiteral("/../Resources")));
+              QDir::cleanPath(QCoreApplication::applicationDirPath() + "/../Resources"));
 }
 
 TEST(BinRes, EveryShippedImageDecodes) {
-    installAt(vantatest::scratchDir() + QStringLiteral("/prefix"), sourceResources());
+    installShipped();
     for (int i = 0; i < resIDNameMapSize; ++i) {
         const int id = resIDNameMap[i].id;
+        const QString name = QString::fromLatin1(resIDNameMap[i].name);
         SCOPED_TRACE(resIDNameMap[i].name);
-        const QString path = MakeBinResourcePath(id, QStringLiteral("PNG"));
-        EXPECT_EQ(path, GetResourceFolder() + QLatin1Char('/') +
-                            QLatin1String(resIDNameMap[i].name) + QStringLiteral(".png"));
-        EXPECT_EQ(BinRes::ExtractToDisk(QStringLiteral("png"), id, QStringLiteral("/ignored")), path);
-
+        const QString path = MakeBinResourcePath(id, "PNG");
+        EXPECT_EQ(path, GetResourceFolder() + '/' + name + ".png");
+        EXPECT_EQ(BinRes::ExtractToDisk("png", id, "/ignored"), path);
         int size = -1;
-        void* bytes = BinRes::ExtractBinResource(QStringLiteral("png"), id, size);
+        void* bytes = BinRes::ExtractBinResource("png", id, size);
         ASSERT_NE(bytes, nullptr);
         EXPECT_EQ(size, QFile(path).size());
         EXPECT_EQ(std::memcmp(bytes, "\x89PNG", 4), 0);
         std::free(bytes);
-
-        const QPixmap byId = BinRes::ExtractPixmap(QStringLiteral("png"), id);
-        const QPixmap byName =
-            BinRes::ExtractPixmap(QStringLiteral("png"), QString::fromLatin1(resIDNameMap[i].name));
+        const QPixmap byId = BinRes::ExtractPixmap("png", id);
         EXPECT_FALSE(byId.isNull());
-        EXPECT_EQ(byId.toImage(), byName.toImage());
+        EXPECT_EQ(byId.toImage(), BinRes::ExtractPixmap("png", name).toImage());
     }
     EXPECT_EQ(BinRes::retainedBufferCount(), 2 * resIDNameMapSize);
 }
 
 TEST(BinRes, MissingAndBrokenResources) {
-    const QString root = vantatest::scratchDir() + QStringLiteral("/broken");
-    touch(root + QStringLiteral("/Resources/corrupt.png"), QByteArray("\x89PNG\r\n\x1a\nnot really"));
-    touch(root + QStringLiteral("/Resources/empty.png"), QByteArray());
-    QDir().mkpath(root + QStringLiteral("/Resources/folder.png"));
-    QDir().mkpath(root + QStringLiteral("/bin"));
-    System::setInstallPath(root + QStringLiteral("/bin/"));
-
-    int size = -1;
-    EXPECT_EQ(BinRes::ExtractBinResource(QStringLiteral("png"), 0, size), nullptr);
-    EXPECT_EQ(size, 0);
-    size = -1;
-    EXPECT_EQ(BinRes::ExtractBinResource(QStringLiteral("png"), 211, size), nullptr);  // not here
-    EXPECT_EQ(size, 0);
-    EXPECT_TRUE(BinRes::ExtractToDisk(QStringLiteral("png"), 0, QString()).isEmpty());
-
-    for (const char* name : {"missing", "corrupt", "empty", "folder", ""}) {
-        EXPECT_TRUE(BinRes::ExtractPixmap(QStringLiteral("png"), QString::fromLatin1(name)).isNull())
-            << name;
+    const QString root = vantatest::scratchDir() + "/broken";
+    touch(root + "/Resources/corrupt.png", QByteArray("\x89PNG\r\n\x1a\nnot really"));
+    touch(root + "/Resources/empty.png", QByteArray());
+    QDir().mkpath(root + "/Resources/folder.png");
+    QDir().mkpath(root + "/bin");
+    System::setInstallPath(root + "/bin/");
+    for (const int id : {0, 211}) {  // no such id; an id whose file is not here
+        int size = -1;
+        EXPECT_EQ(BinRes::ExtractBinResource("png", id, size), nullptr) << id;
+        EXPECT_EQ(size, 0) << id;
     }
-    EXPECT_TRUE(BinRes::ExtractPixmap(QStringLiteral("png"), 0).isNull());
-    EXPECT_TRUE(BinRes::GetResourcePath(QStringLiteral("png"), QStringLiteral("folder")).isEmpty());
-    EXPECT_FALSE(BinRes::GetResourcePath(QStringLiteral("PNG"), QStringLiteral("corrupt")).isEmpty());
+    EXPECT_TRUE(BinRes::ExtractToDisk("png", 0, QString()).isEmpty());
+    for (const char* name : {"missing", "corrupt", "empty", "folder", ""})
+        EXPECT_TRUE(BinRes::ExtractPixmap("png", QString::fromLatin1(name)).isNull()) << name;
+    EXPECT_TRUE(BinRes::ExtractPixmap("png", 0).isNull());
+    EXPECT_TRUE(BinRes::GetResourcePath("png", "folder").isEmpty());
+    EXPECT_FALSE(BinRes::GetResourcePath("PNG", "corrupt").isEmpty());
 }

@@ -15,12 +15,11 @@ using vantatest::ScopedEnv;
 
 namespace {
 
-// The locale variables for one case; null leaves a variable unset.
+// LANGUAGE, LC_ALL, LC_MESSAGES and LANG for one case; null leaves a variable unset.
 struct LocaleEnv {
     const char *language, *lcAll, *lcMessages, *lang;
 };
 
-// Applies a LocaleEnv for the life of the object.
 struct ScopedLocaleEnv {
     explicit ScopedLocaleEnv(const LocaleEnv& e)
         : language("LANGUAGE", e.language), lcAll("LC_ALL", e.lcAll),
@@ -30,12 +29,9 @@ struct ScopedLocaleEnv {
 
 // The user's saved locale choice, where the application keeps its per-user settings.
 void saveLocaleChoice(const char* value) {
-    QSettings settings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("Orvane"),
-                       QStringLiteral("OrvaneVantaEmber"));
-    if (value)
-        settings.setValue(QStringLiteral("locale"), QString::fromUtf8(value));
-    else
-        settings.remove(QStringLiteral("locale"));
+    QSettings settings(QSettings::NativeFormat, QSettings::UserScope, "Orvane",
+                       "OrvaneVantaEmber");
+    value ? settings.setValue("locale", QString::fromUtf8(value)) : settings.remove("locale");
 }
 
 QStringList list(const char* spaced) {
@@ -69,17 +65,17 @@ TEST(Locales, PlatformListFromTheEnvironment) {
 
 TEST(Locales, SavedChoiceGoesInFront) {
     ScopedLocaleEnv env({"en:de", nullptr, nullptr, nullptr});
-    saveLocaleChoice(nullptr);
-    EXPECT_EQ(System::getPreferredLocaleList(), list("en de"));  // no default inserted
-    saveLocaleChoice("fr");
-    EXPECT_EQ(System::getPreferredLocaleList(), list("fr en de"));
-    saveLocaleChoice("de");
-    EXPECT_EQ(System::getPreferredLocaleList(), list("de en de"));  // duplicate kept
+    // No default is inserted, and a duplicate is kept.
+    const char* rows[][2] = {{nullptr, "en de"}, {"fr", "fr en de"}, {"de", "de en de"}};
+    for (const auto& row : rows) {
+        saveLocaleChoice(row[0]);
+        EXPECT_EQ(System::getPreferredLocaleList(), list(row[1])) << row[1];
+    }
     saveLocaleChoice(nullptr);
 }
 
 TEST(Locales, RegionEmphasis) {
-    const struct {
+    const struct {  // LC_ALL, LANG, list, emphasised list
         const char *lcAll, *lang, *in, *out;
     } rows[] = {
         {nullptr, "en_AU.UTF-8", "en_GB fr", "en_GB fr"},  // the head names a region already
@@ -98,9 +94,7 @@ TEST(Locales, RegionEmphasis) {
 }
 
 TEST(Locales, AddressesFollowTheLanguage) {
-    const struct {
-        const char *locale, *in, *out;
-    } rows[] = {
+    const char* rows[][3] = {  // locale, address, localized address
         {"ja_JP", "http://www.orvane.com/x", "http://www.orvane.co.jp/x"},
         {"pt_BR", "http://www.orvane.com/x", "http://www.orvane.com/x"},
         {"de", "http://orvane.com/?u=http://vanta.orvane.com/",
@@ -110,12 +104,12 @@ TEST(Locales, AddressesFollowTheLanguage) {
          "http://notorvane.com/ http://orvane.community/x"},
     };
     for (const auto& row : rows) {
-        System::setCurrentLocale(QString::fromUtf8(row.locale));
-        EXPECT_EQ(System::getOrvaneURLLocalizedByLang(QString::fromUtf8(row.in)),
-                  QString::fromUtf8(row.out)) << row.locale;
+        System::setCurrentLocale(QString::fromUtf8(row[0]));
+        EXPECT_EQ(System::getOrvaneURLLocalizedByLang(QString::fromUtf8(row[1])),
+                  QString::fromUtf8(row[2])) << row[0];
     }
 
-    const QString base = QStringLiteral("http://") + QLatin1String(kHelpHost) + "/support/";
+    const QString base = "http://" + QLatin1String(kHelpHost) + "/support/";
     System::setCurrentLocale(QStringLiteral("en_US"));
     EXPECT_EQ(System::getLocalizedSupportURL(1234), base + "answer?id=1234");
     EXPECT_EQ(System::getLocalizedSupportTopicURL(-7), base + "topic?id=-7");

@@ -37,18 +37,14 @@ bool pidGone(pid_t pid) { return ::kill(pid, 0) != 0 && errno == ESRCH; }
 }  // namespace
 
 TEST(Process, ExitStatusesAndArguments) {
-    const struct {
-        const char* script;
-        int status;
-    } rows[] = {{"exit 0", 0},
-                {"exit 3", 3},
-                {"exit 255", 255},
-                {"test \"$0\" = /bin/sh", 0}};  // argv[0] is the program as given
-    for (const auto& row : rows) {
-        Process child = shell(row.script);
+    // The last: argv[0] is the program as given.
+    const std::pair<const char*, int> rows[] = {
+        {"exit 0", 0}, {"exit 3", 3}, {"exit 255", 255}, {"test \"$0\" = /bin/sh", 0}};
+    for (const auto& [script, status] : rows) {
+        Process child = shell(script);
         child.block();
-        EXPECT_FALSE(child.isRunning()) << row.script;
-        EXPECT_EQ(child.status(), row.status) << row.script;
+        EXPECT_FALSE(child.isRunning()) << script;
+        EXPECT_EQ(child.status(), status) << script;
     }
     // Arguments arrive one by one, spaces and quotes intact; "sh" is looked up on PATH.
     Process quoting(QStringLiteral("sh"),

@@ -82,7 +82,6 @@ TEST(Zip, Utf8NamesRoundTripByteForByte) {
     const QByteArray archive = (dir + QStringLiteral("/\u00e4rchive.zip")).toUtf8();
     ASSERT_TRUE(writeArchive(archive, written));
     ASSERT_TRUE(QFile::exists(QString::fromUtf8(archive)));
-
     Entries read;
     ASSERT_TRUE(readArchive(archive, read));
     EXPECT_EQ(read, written);
@@ -96,19 +95,16 @@ TEST(Zip, BadArchivesFailCleanly) {
     QFile whole(QString::fromUtf8(good));
     ASSERT_TRUE(whole.open(QIODevice::ReadOnly));
     const QByteArray bytes = whole.readAll();
-    const struct {
-        const char* name;
-        QByteArray content;
-    } rows[] = {{"truncated.zip", bytes.left(bytes.size() / 2)},
-                {"text.zip", "this is not a zip archive\n"},
-                {"empty.zip", QByteArray()}};
-    for (const auto& row : rows) {
-        QFile f(dir + "/" + row.name);
+    const std::pair<const char*, QByteArray> rows[] = {
+        {"truncated.zip", bytes.left(bytes.size() / 2)},
+        {"text.zip", "this is not a zip archive\n"},
+        {"empty.zip", QByteArray()}};
+    for (const auto& [name, content] : rows) {
+        QFile f(dir + "/" + name);
         ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(row.content);
+        f.write(content);
         f.close();
-        EXPECT_EQ(vanta::unzOpen_UTF8((dir + "/" + row.name).toUtf8().constData()), nullptr)
-            << row.name;
+        EXPECT_EQ(vanta::unzOpen_UTF8((dir + "/" + name).toUtf8().constData()), nullptr) << name;
     }
     EXPECT_EQ(vanta::unzOpen_UTF8((dir + "/missing.zip").toUtf8().constData()), nullptr);
     EXPECT_EQ(vanta::unzOpen_UTF8(nullptr), nullptr);
