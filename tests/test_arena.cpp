@@ -3,7 +3,7 @@
 #include <vanta/arena_p.h>
 #include <vanta/memorypool.h>
 
-#include "testsupport.h"
+#include "threadsupport.h"
 
 #include <gtest/gtest.h>
 
@@ -12,7 +12,6 @@
 #include <cstdint>
 #include <cstring>
 #include <random>
-#include <thread>
 #include <vector>
 
 using namespace vanta;
@@ -99,17 +98,18 @@ struct TestArena {
 };
 
 std::uintptr_t addr(const void* p) { return reinterpret_cast<std::uintptr_t>(p); }
+// The word before a payload (its chunk's size and bits), and a free chunk's first link.
+std::size_t& sizeWord(void* payload) { return static_cast<std::size_t*>(payload)[-1]; }
+void*& link(void* payload) { return *static_cast<void**>(payload); }
 
 }  // namespace
 
 TEST(Arena, BlocksAreAlignedAndHoldWhatWasAsked) {
     TestArena t;
     ASSERT_NE(t.a, nullptr);
-    const std::size_t sizes[] = {0,    1,    8,    15,   16,    17,        24,       25,
-                                 100,  1000, 1007, 1008, 1009,  4096,      65536,    200000,
-                                 1 << 20, (3 << 20) + 5};
     std::vector<void*> blocks;
-    for (std::size_t n : sizes) {
+    for (std::size_t n : {0, 1, 8, 15, 16, 17, 24, 25, 100, 1000, 1007, 1008, 1009, 4096, 65536,
+                          200000, 1 << 20, (3 << 20) + 5}) {
         void* p = arena::malloc(t.a, n);
         ASSERT_NE(p, nullptr) << n;
         EXPECT_EQ(addr(p) % 16, 0u) << n;
@@ -139,20 +139,12 @@ TEST(Arena, BestFitTakesTheSmallestFreeChunkThenTheLowestAddress) {
         arena::free(t.a, p);
     ASSERT_TRUE(t.healthy());
 
-    struct Row {
-        std::size_t request;
-        int expectedHole;
-    } rows[] = {
-        {1490, 1},  // both 1500s fit; the lower one first
-        {1490, 3},  // then the other
-        {2000, 0},  // 2000 beats 3000
-        {48, 5},    // small sizes come back exactly from their quick lists
-        {96, 4},
-        {200, 6},
-        {2500, 2},
-    };
-    for (const Row& row : rows)
-        EXPECT_EQ(arena::malloc(t.a, row.request), holes[row.expectedHole]) << row.request;
+    // Both 1500s fit 1490, the lower first; 2000 beats 3000; small sizes come back exactly from
+    // their quick lists.
+    const std::pair<std::size_t, int> requestAndHole[] = {{1490, 1}, {1490, 3}, {2000, 0}, {48, 5},
+                                                         {96, 4},   {200, 6},  {2500, 2}};
+    for (auto [request, hole] : requestAndHole)
+        EXPECT_EQ(arena::malloc(t.a, request), holes[hole]) << request;
     EXPECT_TRUE(t.healthy());
 }
 
@@ -277,24 +269,13 @@ TEST(Arena, CheckFindsDamage) {
         std::size_t size;
         void (*damage)(void* live, void* freed);
     } rows[] = {
-        {"size word of a live block", 1100, [](void* live, void*) {
-             static_cast<std::size_t*>(live)[-1] += 16;
-         }},
-        {"in-use bit of a live block", 1100, [](void* live, void*) {
-             static_cast<std::size_t*>(live)[-1] &= ~std::size_t(2);
-         }},
-        {"link of a free block", 1100, [](void* live, void* freed) {
-             static_cast<void**>(freed)[0] = live;
-         }},
-        {"link of a quick-listed block", 100, [](void* live, void* freed) {
-             static_cast<void**>(freed)[0] = live;
-         }},
-        {"size of a quick-listed block", 100, [](void*, void* freed) {
-             static_cast<std::size_t*>(freed)[-1] += 16;
-         }},
+        {"size word of a live block", 1100, [](void* live, void*) { sizeWord(live) += 16; }},
+        {"in-use bit of a live block", 1100, [](void* live, void*) { sizeWord(live) &= ~2ul; }},
+        {"link of a free block", 1100, [](void* live, void* freed) { link(freed) = live; }},
+        {"link of a quick-listed block", 100, [](void* live, void* freed) { link(freed) = live; }},
+        {"size of a quick-listed block", 100, [](void*, void* freed) { sizeWord(freed) += 16; }},
         {"footer of a free block", 1100, [](void*, void* freed) {
-             const std::size_t size = static_cast<std::size_t*>(freed)[-1] & ~std::size_t(15);
-             *reinterpret_cast<std::size_t*>(static_cast<char*>(freed) - 16 + size) += 16;
+             sizeWord(static_cast<char*>(freed) - 8 + (sizeWord(freed) & ~15ul)) += 16;
          }},
     };
     for (const Row& row : rows) {
@@ -404,10 +385,9 @@ TEST(ArenaStress, MillionRandomOperationsKeepEveryBlockAndTheHeapIntact) {
 TEST(ArenaStress, TwoThreadsOnOnePool) {
     MemoryPool pool("shared", 4194304);
     std::string result[2];
-    std::thread one([&] { result[0] = stress(pool, 77, kThreadOps, 1500); });
-    std::thread two([&] { result[1] = stress(pool, 78, kThreadOps, 1500); });
-    one.join();
-    two.join();
+    vantatest::runThreads(
+        2, [&](int i) { result[i] = stress(pool, 77 + unsigned(i), kThreadOps, 1500); },
+        std::chrono::seconds(250));
     EXPECT_EQ(result[0], "");
     EXPECT_EQ(result[1], "");
 }

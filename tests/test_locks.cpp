@@ -2,7 +2,7 @@
 #include <vanta/locks.h>
 #include <vanta/system.h>
 
-#include "testsupport.h"
+#include "threadsupport.h"
 
 #include <gtest/gtest.h>
 
@@ -12,35 +12,10 @@
 #include <vector>
 
 using namespace vanta;
+using namespace vantatest;
 using Clock = std::chrono::steady_clock;
 
 namespace {
-
-long elapsedMs(Clock::time_point since) {
-    return long(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - since).count());
-}
-
-// Runs body on another thread and waits for it, bounded.
-template <class F>
-void onOtherThread(F body) {
-    std::atomic<bool> done{false};
-    std::thread t([&] {
-        body();
-        done = true;
-    });
-    ASSERT_TRUE(vantatest::waitUntil([&] { return done.load(); }));
-    t.join();
-}
-
-// Runs body(i) on count threads and joins them.
-template <class F>
-void onThreads(int count, F body) {
-    std::vector<std::thread> threads;
-    for (int i = 0; i < count; ++i)
-        threads.emplace_back(body, i);
-    for (auto& t : threads)
-        t.join();
-}
 
 // What another thread gets from trylock (releasing it again when taken).
 int tryFromOtherThread(SpinLock& lock) {
@@ -86,7 +61,7 @@ TEST(SpinLock, TimedLockGivesUpAfterItsTimeOrTakesALockReleasedInTime) {
     onOtherThread([&] {
         const auto start = Clock::now();
         result = lock.lock(80);
-        waited = elapsedMs(start);
+        waited = msSince(start);
     });
     EXPECT_EQ(result, -1);
     EXPECT_GE(waited, 75) << "the time-out must really wait";
@@ -99,10 +74,10 @@ TEST(SpinLock, TimedLockGivesUpAfterItsTimeOrTakesALockReleasedInTime) {
         if (late == 0)
             lock.unlock();
     });
-    ASSERT_TRUE(vantatest::waitUntil([&] { return late.load() == 2; }));
+    ASSERT_TRUE(waitUntil([&] { return late.load() == 2; }));
     System::sleep(20);
     lock.unlock();
-    ASSERT_TRUE(vantatest::waitUntil([&] { return late.load() != 2; }));
+    ASSERT_TRUE(waitUntil([&] { return late.load() != 2; }));
     t.join();
     EXPECT_EQ(late.load(), 0);
 }
@@ -128,7 +103,7 @@ TEST(SpinLock, RecursiveIncrementsFromManyThreadsAreExact) {
     for (unsigned long spin : {0ul, 100ul}) {
         SpinLock lock(spin);
         long counter = 0;
-        onThreads(8, [&](int) {
+        runThreads(8, [&](int) {
             for (int n = 0; n < 20000; ++n) {
                 CSMutex outer(lock);
                 CSMutex inner(lock);
@@ -143,7 +118,7 @@ TEST(ProcessLocks, RacingFirstUseCreatesExactlyOneLock) {
     // The library never takes BlockMainLock itself, so here it is still uncreated.
     std::atomic<int> ready{0};
     std::vector<SpinLock*> seen(8, nullptr);
-    onThreads(8, [&](int i) {
+    runThreads(8, [&](int i) {
         ++ready;  // spin, not poll, so the eight first uses really collide (bounded)
         for (auto end = Clock::now() + std::chrono::seconds(10); ready < 8 && Clock::now() < end;)
             std::this_thread::yield();
@@ -177,7 +152,7 @@ TEST(TestThenAdd, ReturnsPreviousValueAndIsAtomic) {
     EXPECT_EQ(value, -2);
 
     long volatile shared = 0;
-    onThreads(4, [&](int) {
+    runThreads(4, [&](int) {
         for (int n = 0; n < 50000; ++n)
             TestThenAdd(&shared, 1);
     });
@@ -187,6 +162,6 @@ TEST(TestThenAdd, ReturnsPreviousValueAndIsAtomic) {
 TEST(System, SleepWaitsAboutTheRequestedTime) {
     const auto start = Clock::now();
     EXPECT_EQ(System::sleep(30), 0);
-    EXPECT_GE(elapsedMs(start), 29);
+    EXPECT_GE(msSince(start), 29);
     EXPECT_EQ(System::sleep(0), 0);
 }

@@ -2,14 +2,13 @@
 #include <vanta/memory.h>
 #include <vanta/memorypool.h>
 
-#include "testsupport.h"
+#include "threadsupport.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
 #include <random>
-#include <thread>
 #include <vector>
 
 using namespace vanta;
@@ -46,11 +45,6 @@ struct WatchedPool : MemoryPool {
 struct Managed : MemoryObject {
     char bytes[40] = {};
 };
-
-bool isZero(const void* p, unsigned long n) {
-    auto* bytes = static_cast<const unsigned char*>(p);
-    return std::all_of(bytes, bytes + n, [](unsigned char c) { return c == 0; });
-}
 
 bool listed(const std::vector<MMapRange>& list, void* base) {
     return std::any_of(list.begin(), list.end(),
@@ -316,9 +310,9 @@ TEST(CLibraryBlocks, CallocZeroesReusedBlocks) {
     manager.free(dirty);
     for (MemoryManager* mm : {static_cast<MemoryManager*>(&manager),
                               static_cast<MemoryManager*>(nullptr)}) {
-        void* zeroed = Calloc(256, mm);
+        auto* zeroed = static_cast<unsigned char*>(Calloc(256, mm));
         ASSERT_NE(zeroed, nullptr);
-        EXPECT_TRUE(isZero(zeroed, 256));
+        EXPECT_TRUE(std::all_of(zeroed, zeroed + 256, [](unsigned char c) { return c == 0; }));
         Free(zeroed);
     }
 }
@@ -326,25 +320,21 @@ TEST(CLibraryBlocks, CallocZeroesReusedBlocks) {
 TEST(HeapManager, ThreadsWithTheirOwnManagersShareOnePool) {
     auto* pool = new MemoryPool("threads", 4 * kMiB);
     unsigned long leftover[2] = {1, 1};
-    std::thread threads[2];
-    for (int t = 0; t < 2; ++t)
-        threads[t] = std::thread([&, t] {
-            HeapManager manager(pool);
-            std::mt19937 rng(unsigned(t) + 5);
-            std::vector<void*> live(500, nullptr);
-            for (int op = 0; op < 100000; ++op) {
-                void*& slot = live[rng() % live.size()];
-                if (slot)
-                    doDelete(slot), slot = nullptr;  // routed back through the header
-                else
-                    slot = doNew(16 + rng() % 497, &manager);
-            }
-            for (void* p : live)
-                doDelete(p);
-            leftover[t] = manager.getAllocatedSize();
-        });
-    for (std::thread& t : threads)
-        t.join();
+    vantatest::runThreads(2, [&](int t) {
+        HeapManager manager(pool);
+        std::mt19937 rng(unsigned(t) + 5);
+        std::vector<void*> live(500, nullptr);
+        for (int op = 0; op < 100000; ++op) {
+            void*& slot = live[rng() % live.size()];
+            if (slot)
+                doDelete(slot), slot = nullptr;  // routed back through the header
+            else
+                slot = doNew(16 + rng() % 497, &manager);
+        }
+        for (void* p : live)
+            doDelete(p);
+        leftover[t] = manager.getAllocatedSize();
+    });
     EXPECT_EQ(leftover[0], 0u);
     EXPECT_EQ(leftover[1], 0u);
     EXPECT_EQ(pool->getAllocatedMemory(), 0u);

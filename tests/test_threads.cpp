@@ -2,7 +2,7 @@
 #include <vanta/system.h>
 #include <vanta/thread.h>
 
-#include "testsupport.h"
+#include "threadsupport.h"
 
 #include <gtest/gtest.h>
 
@@ -10,35 +10,22 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <map>
 #include <mutex>
 #include <thread>
 
 using namespace vanta;
+using namespace vantatest;
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 namespace {
 
-// Runs body on another thread; a deadlock aborts the run after 30 s instead of hanging it.
-template <class F>
-void bounded(const char* what, F body) {
-    std::atomic<bool> done{false};
-    std::thread t([&] { body(), done = true; });
-    if (!vantatest::waitUntil([&] { return done.load(); }, std::chrono::seconds(30))) {
-        std::fprintf(stderr, "deadlock: %s did not return\n", what);
-        std::abort();
-    }
-    t.join();
-}
-
 // Counts handler calls per worker thread; while `hold` is set each call waits for it to clear.
 class CountingHandler : public AsyncThreadHandler {
 public:
     void handleAsync() override {
-        vantatest::waitUntil([&] { return !hold.load(); });
+        waitUntil([&] { return !hold.load(); });
         std::lock_guard<std::mutex> guard(mutex);
         ++perThread[System::getCurrentThread()];
         ++calls;
@@ -72,7 +59,7 @@ TEST(System, SpawnRunsTheFunctionAndJoinWaitsForIt) {
         },
         &probe);
     ASSERT_NE(handle, 0ul);
-    bounded("join", [&] { EXPECT_EQ(System::join(handle), 0); });
+    onOtherThread([&] { EXPECT_EQ(System::join(handle), 0); });
     EXPECT_EQ(probe.argument, 42);
     EXPECT_TRUE(System::sameThread(probe.seenSelf, handle));
     EXPECT_FALSE(System::sameThread(handle, System::getCurrentThread()));
@@ -95,7 +82,7 @@ TEST(System, ThreadStorageAndTheMainThreadMarkAreKeptPerThread) {
                            Row{false, 0, false}}) {
         bool sawMain = !row.isMain;
         void *sawBefore = &here, *sawAfter = nullptr;
-        bounded("marking thread", [&] {
+        onOtherThread([&] {
             sawBefore = System::getThreadStorage(key);
             System::setThreadStorage(key, &there);
             sawAfter = System::getThreadStorage(key);
@@ -119,23 +106,19 @@ TEST(AsyncThread, EachReadyGivesOneCallPerWorkerAndAtMostTwoQueue) {
     EXPECT_EQ(group.startThreads(), AsyncThread::kAlreadyStarted);
     std::this_thread::sleep_for(milliseconds(50));
     EXPECT_EQ(handler.calls.load(), 0) << "no call before the first ready()";
-    group.ready();
-    EXPECT_TRUE(vantatest::waitUntil([&] { return handler.eachCalled(3, 1); }));
-    std::this_thread::sleep_for(milliseconds(50));  // lets the round retire its request
-    EXPECT_EQ(handler.calls.load(), 3);
-    // The workers hold in the next call, so the second request queues and the third drops.
+    // The workers hold in their first call, so the second request queues and the third drops.
     handler.hold = true;
     for (int n = 0; n < 3; ++n)
         group.ready();
     handler.hold = false;
-    EXPECT_TRUE(vantatest::waitUntil([&] { return handler.eachCalled(3, 3); }));
+    EXPECT_TRUE(waitUntil([&] { return handler.eachCalled(3, 2); }));
     std::this_thread::sleep_for(milliseconds(100));
-    EXPECT_EQ(handler.calls.load(), 9);
+    EXPECT_EQ(handler.calls.load(), 6);
     group.ready();
-    EXPECT_TRUE(vantatest::waitUntil([&] { return handler.eachCalled(3, 4); }));
+    EXPECT_TRUE(waitUntil([&] { return handler.eachCalled(3, 3); }));
     std::this_thread::sleep_for(milliseconds(50));
-    EXPECT_EQ(handler.calls.load(), 12);
-    bounded("exitThreads", [&] { EXPECT_EQ(group.exitThreads(), 0); });
+    EXPECT_EQ(handler.calls.load(), 9);
+    onOtherThread([&] { EXPECT_EQ(group.exitThreads(), 0); });
     EXPECT_EQ(group.runningCount(), 0);
     EXPECT_EQ(group.startThreads(), AsyncThread::kAlreadyStarted) << "a group never restarts";
 }
@@ -146,9 +129,9 @@ TEST(AsyncThread, WaitTimeOutDrivesRounds) {
     group.setWaitTimeout(50);
     const auto start = Clock::now();
     ASSERT_EQ(group.startThreads(), 0);
-    EXPECT_TRUE(vantatest::waitUntil([&] { return handler.calls.load() >= 6; }));
-    const long elapsed = long(std::chrono::duration_cast<milliseconds>(Clock::now() - start).count());
-    bounded("exitThreads", [&] { group.exitThreads(); });
+    EXPECT_TRUE(waitUntil([&] { return handler.calls.load() >= 6; }));
+    const long elapsed = msSince(start);
+    onOtherThread([&] { group.exitThreads(); });
     // Each round waits out the time-out first, so the rounds cannot outpace it.
     EXPECT_LE(handler.calls.load(), 2 * (elapsed / 50 + 1));
 }
@@ -164,7 +147,7 @@ TEST(AsyncThread, StopsCleanlyInEveryState) {
         ASSERT_EQ(group.startThreads(), 0);
         for (int n = 0; n < trial * 5; ++n)
             group.ready();
-        bounded("exitThreads", [&] { EXPECT_EQ(group.exitThreads(), 0); });
+        onOtherThread([&] { EXPECT_EQ(group.exitThreads(), 0); });
         EXPECT_EQ(group.runningCount(), 0);
         EXPECT_EQ(group.exitThreads(), 0) << "a second stop is harmless";
     }

@@ -1,42 +1,17 @@
 // Tests of Semaphore, Conditional and Barrier.
 #include <vanta/waiting.h>
 
-#include "testsupport.h"
+#include "threadsupport.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <thread>
-#include <vector>
 
 using namespace vanta;
+using namespace vantatest;
 using Clock = std::chrono::steady_clock;
-
-namespace {
-
-long msSince(Clock::time_point start) {
-    return long(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
-}
-
-// Runs body(i) on count threads and joins them; a deadlock aborts the run instead of hanging it.
-template <class F>
-void runThreads(int count, F body) {
-    std::atomic<int> done{0};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < count; ++i)
-        threads.emplace_back([&, i] { body(i), ++done; });
-    if (!vantatest::waitUntil([&] { return done.load() == count; }, std::chrono::seconds(60))) {
-        std::fprintf(stderr, "deadlock: %d of %d threads still blocked\n", count - done.load(), count);
-        std::abort();
-    }
-    for (auto& t : threads)
-        t.join();
-}
-
-}  // namespace
 
 TEST(Semaphore, CountsUnitsWithinItsLimitsAndRefusesWhenEmpty) {
     Semaphore sem(2);
@@ -97,7 +72,7 @@ TEST(Conditional, TimedWaitReleasesTheLockAndRetakesItAtDepth) {
 
     std::atomic<int> otherTook{-1};
     std::thread other([&] {
-        vantatest::waitUntil([&] { return lock.trylock() == 0; });
+        waitUntil([&] { return lock.trylock() == 0; });
         otherTook = 0;
         lock.unlock();
     });
