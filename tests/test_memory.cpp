@@ -2,14 +2,13 @@
 #include <vanta/memory.h>
 #include <vanta/memorypool.h>
 
-#include "testsupport.h"
+#include "threadsupport.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
 #include <random>
-#include <thread>
 #include <vector>
 
 using namespace vanta;
@@ -20,8 +19,7 @@ constexpr unsigned long kMiB = 1024 * 1024;
 // More than any machine can map: the arena's request is refused.
 constexpr unsigned long kImpossible = 1ul << 50;
 
-// A counting manager: a heap manager that counts the calls reaching it through the virtual slots,
-// so the tests can see where a delete was routed.
+// Counts the calls reaching it through the virtual slots, to show where a delete was routed.
 class CountingManager : public HeapManager {
 public:
     using HeapManager::HeapManager;
@@ -37,13 +35,10 @@ public:
 };
 
 // A pool that reports its own destruction.
-class WatchedPool : public MemoryPool {
-public:
-    WatchedPool(bool* destroyed) : MemoryPool("watched", 4 * kMiB), mDestroyed(destroyed) {}
-    ~WatchedPool() override { *mDestroyed = true; }
-
-private:
-    bool* mDestroyed;
+struct WatchedPool : MemoryPool {
+    explicit WatchedPool(bool* destroyed) : MemoryPool("watched", 4 * kMiB), destroyed(destroyed) {}
+    ~WatchedPool() override { *destroyed = true; }
+    bool* destroyed;
 };
 
 // An object of the library's kind: allocated through the MemoryObject operators.
@@ -58,62 +53,50 @@ bool listed(const std::vector<MMapRange>& list, void* base) {
 
 }  // namespace
 
-TEST(MemoryPool, RegionBoundsDecideMembership) {
-    auto* pool = new MemoryPool("bounds", 4 * kMiB);
-    const std::vector<MMapRange> ranges = pool->getRanges();
-    ASSERT_EQ(ranges.size(), 1u) << "the first region is recorded at once";
-    EXPECT_EQ(ranges[0].size, 4 * kMiB);
-    char* base = static_cast<char*>(ranges[0].base);
-    EXPECT_TRUE(listed(MemoryPool::allRanges(), base));
-
+TEST(MemoryPool, EveryRegionIsRecordedDecidesMembershipAndGoesBackOnDestruction) {
+    auto* pool = new MemoryPool("growing", 64 * 1024);
+    ASSERT_EQ(pool->getRanges().size(), 1u) << "the first region is recorded at once";
+    const MMapRange first = pool->getRanges()[0];
+    ASSERT_EQ(first.size, 64 * 1024ul);
+    char* base = static_cast<char*>(first.base);
     const struct {
         const char* name;
         void* p;
         bool expected;
     } rows[] = {
         {"base", base, true},
-        {"last byte", base + 4 * kMiB - 1, true},
-        {"one past the end", base + 4 * kMiB, false},
+        {"last byte", base + first.size - 1, true},
+        {"one past the end", base + first.size, false},
         {"one before the base", base - 1, false},
         {"null", nullptr, false},
     };
-    for (const auto& row : rows)
+    for (const auto& row : rows)  // before growth, while no other region can border this one
         EXPECT_EQ(MemoryPool::isPointerFromPool(row.p), row.expected) << row.name;
 
-    delete pool;
-    EXPECT_FALSE(listed(MemoryPool::allRanges(), base));
-    EXPECT_FALSE(MemoryPool::isPointerFromPool(base));
-}
-
-TEST(MemoryPool, EveryRegionIsRecordedAndAllGoBackOnDestruction) {
-    auto* pool = new MemoryPool("growing", 64 * 1024);
     std::vector<void*> blocks;
     for (unsigned long size : {100ul, 3 * kMiB, 5 * kMiB, 2 * kMiB, 200ul, 9 * kMiB}) {
-        void* p = pool->malloc(size);
-        ASSERT_NE(p, nullptr) << size;
-        blocks.push_back(p);
+        blocks.push_back(pool->malloc(size));
+        ASSERT_NE(blocks.back(), nullptr) << size;
+        EXPECT_TRUE(MemoryPool::isPointerFromPool(blocks.back()));
     }
     const std::vector<MMapRange> ranges = pool->getRanges();
     EXPECT_GE(ranges.size(), 4u);
     unsigned long mapped = 0;
-    const std::vector<MMapRange> all = MemoryPool::allRanges();
     for (const MMapRange& r : ranges) {
-        EXPECT_TRUE(listed(all, r.base));
+        EXPECT_TRUE(listed(MemoryPool::allRanges(), r.base));
         mapped += r.size;
     }
     EXPECT_EQ(pool->getMappedBytes(), mapped);
     EXPECT_GE(mapped, 19 * kMiB);
-    for (void* p : blocks)
-        EXPECT_TRUE(MemoryPool::isPointerFromPool(p));
     std::string why;
     EXPECT_TRUE(pool->checkHeap(&why)) << why;
 
     delete pool;
-    const std::vector<MMapRange> after = MemoryPool::allRanges();
     for (const MMapRange& r : ranges)
-        EXPECT_FALSE(listed(after, r.base));
+        EXPECT_FALSE(listed(MemoryPool::allRanges(), r.base));
     for (void* p : blocks)
         EXPECT_FALSE(MemoryPool::isPointerFromPool(p));
+    EXPECT_FALSE(MemoryPool::isPointerFromPool(base));
 }
 
 TEST(MemoryPool, RemoveFromListMovesTheLastEntryIntoTheGap) {
@@ -148,7 +131,6 @@ TEST(HeapManager, ByteCountsGoUpAndBackDownExactlyByEveryRoute) {
     MemoryPool* pool = manager.getPool();
     ASSERT_EQ(pool, HeapManager::sDefaultPool.load());
     const unsigned long poolBefore = pool->getAllocatedMemory();
-
     const struct {
         const char* name;
         void (*release)(HeapManager&, void*);
@@ -162,6 +144,7 @@ TEST(HeapManager, ByteCountsGoUpAndBackDownExactlyByEveryRoute) {
          }},
     };
     for (const auto& route : routes) {
+        SCOPED_TRACE(route.name);
         std::vector<void*> blocks;
         unsigned long total = 0;
         for (unsigned long size : {100ul, 0ul, 1ul, 4096ul, 300000ul}) {
@@ -171,14 +154,14 @@ TEST(HeapManager, ByteCountsGoUpAndBackDownExactlyByEveryRoute) {
             EXPECT_EQ(HeapManager::managerOf(p), &manager);
             EXPECT_EQ(HeapManager::sizeOf(p), size);
             total += size;
-            EXPECT_EQ(manager.getAllocatedSize(), total) << route.name;
-            EXPECT_EQ(pool->getAllocatedMemory(), poolBefore + total) << route.name;
+            EXPECT_EQ(manager.getAllocatedSize(), total);
+            EXPECT_EQ(pool->getAllocatedMemory(), poolBefore + total);
             blocks.push_back(p);
         }
         for (void* p : blocks)
             route.release(manager, p);
-        EXPECT_EQ(manager.getAllocatedSize(), 0u) << route.name;
-        EXPECT_EQ(pool->getAllocatedMemory(), poolBefore) << route.name;
+        EXPECT_EQ(manager.getAllocatedSize(), 0u);
+        EXPECT_EQ(pool->getAllocatedMemory(), poolBefore);
     }
     EXPECT_TRUE(pool->checkHeap());
 }
@@ -189,9 +172,7 @@ TEST(ManagedDelete, RoutesPoolBlocksToTheirManagerAndOthersToTheCLibrary) {
     void* plain = doNew(64);  // C library
     ASSERT_TRUE(MemoryPool::isPointerFromPool(pooled));
     ASSERT_FALSE(MemoryPool::isPointerFromPool(plain));
-
     doDelete(plain, &manager);  // the manager argument is ignored
-    EXPECT_EQ(manager.frees, 0);
     doDelete(nullptr, &manager);
     EXPECT_EQ(manager.frees, 0);
     doDelete(pooled);
@@ -208,27 +189,25 @@ TEST(ManagedDelete, RoutesPoolBlocksToTheirManagerAndOthersToTheCLibrary) {
     delete heapObject;
     EXPECT_EQ(manager.frees, 3);
     EXPECT_EQ(manager.getAllocatedSize(), 0u);
-}
 
-TEST(ManagedDelete, ZeroSizeNewGivesDistinctBlocks) {
-    CountingManager manager;
-    void* plain[2] = {MemoryObject::operator new(0), MemoryObject::operator new[](0)};
-    void* pooled[2] = {MemoryObject::operator new(0, &manager),
-                       MemoryObject::operator new[](0, &manager)};
-    for (void* p : {plain[0], plain[1], pooled[0], pooled[1]})
+    // Zero-size requests are served as one byte, so every block is distinct.
+    void* zero[4] = {MemoryObject::operator new(0), MemoryObject::operator new[](0),
+                     MemoryObject::operator new(0, &manager),
+                     MemoryObject::operator new[](0, &manager)};
+    for (void* p : zero)
         ASSERT_NE(p, nullptr);
-    EXPECT_NE(plain[0], plain[1]);
-    EXPECT_NE(pooled[0], pooled[1]);
-    EXPECT_EQ(HeapManager::sizeOf(pooled[0]), 1u);
+    EXPECT_NE(zero[0], zero[1]);
+    EXPECT_NE(zero[2], zero[3]);
+    EXPECT_EQ(HeapManager::sizeOf(zero[2]), 1u);
     EXPECT_EQ(manager.getAllocatedSize(), 2u);
-    MemoryObject::operator delete(plain[0]);
-    MemoryObject::operator delete[](plain[1]);
-    MemoryObject::operator delete(pooled[0], &manager);
-    MemoryObject::operator delete[](pooled[1]);
+    MemoryObject::operator delete(zero[0]);
+    MemoryObject::operator delete[](zero[1]);
+    MemoryObject::operator delete(zero[2], &manager);
+    MemoryObject::operator delete[](zero[3]);
     EXPECT_EQ(manager.getAllocatedSize(), 0u);
 }
 
-TEST(HeapManager, LastManagerOfACallerPoolDeletesIt) {
+TEST(HeapManager, LastManagerOfACallerPoolDeletesItButNeverTheDefaultPool) {
     bool destroyed = false;
     auto* pool = new WatchedPool(&destroyed);
     EXPECT_EQ(pool->getRefCount(), 1);
@@ -243,20 +222,22 @@ TEST(HeapManager, LastManagerOfACallerPoolDeletesIt) {
     delete second;
     EXPECT_TRUE(destroyed);
 
-    // The default pool keeps its creation reference: managers coming and going never delete it.
     delete new HeapManager;
     MemoryPool* defaultPool = HeapManager::sDefaultPool.load();
     ASSERT_NE(defaultPool, nullptr);
     const long refs = defaultPool->getRefCount();
+    EXPECT_GE(refs, 1);
     for (int i = 0; i < 3; ++i)
         delete new HeapManager(nullptr);
     EXPECT_EQ(HeapManager::sDefaultPool.load(), defaultPool);
     EXPECT_EQ(defaultPool->getRefCount(), refs);
-    EXPECT_GE(refs, 1);
 }
 
 TEST(HeapBuffer, FillsExactlyToCapacityAndNeverBeyond) {
     HeapManager manager;
+    char source[65];
+    for (int i = 0; i < 65; ++i)
+        source[i] = char('a' + i % 26);
     for (HeapManager* owner : {&manager, static_cast<HeapManager*>(nullptr)}) {
         SCOPED_TRACE(owner ? "pool storage" : "C library storage");
         const unsigned long before = manager.getAllocatedSize();
@@ -264,10 +245,6 @@ TEST(HeapBuffer, FillsExactlyToCapacityAndNeverBeyond) {
         ASSERT_NE(buffer->getData(), nullptr);
         EXPECT_EQ(MemoryPool::isPointerFromPool(buffer->getData()), owner != nullptr);
         EXPECT_EQ(manager.getAllocatedSize(), before + (owner ? 64 : 0));
-        char source[65];
-        for (int i = 0; i < 65; ++i)
-            source[i] = char('a' + i % 26);
-
         const struct {
             const char* src;
             unsigned long n;
@@ -296,9 +273,8 @@ TEST(BadInput, ExhaustedPoolGivesNullsNeverCorruption) {
     pool.free(nullptr);
     {
         HeapManager manager(&pool);
-        EXPECT_EQ(manager.alloc(kImpossible), nullptr);
-        EXPECT_EQ(manager.alloc(~0ul), nullptr);
-        EXPECT_EQ(manager.alloc(~0ul - 8), nullptr);
+        for (unsigned long size : {kImpossible, ~0ul, ~0ul - 8})
+            EXPECT_EQ(manager.alloc(size), nullptr) << size;
         EXPECT_EQ(Calloc(kImpossible, &manager), nullptr);
         EXPECT_EQ(manager.getAllocatedSize(), 0u);
         EXPECT_EQ(pool.getAllocatedMemory(), 0u);
@@ -329,8 +305,7 @@ TEST(BadInput, ExhaustedPoolGivesNullsNeverCorruption) {
 
 TEST(CLibraryBlocks, CallocZeroesReusedBlocks) {
     HeapManager manager;
-    // A pool block that held data is handed out again: Calloc must clear it.
-    void* dirty = manager.alloc(256);
+    void* dirty = manager.alloc(256);  // handed out again below: Calloc must clear it
     std::memset(dirty, 0xEE, 256);
     manager.free(dirty);
     for (MemoryManager* mm : {static_cast<MemoryManager*>(&manager),
@@ -345,27 +320,21 @@ TEST(CLibraryBlocks, CallocZeroesReusedBlocks) {
 TEST(HeapManager, ThreadsWithTheirOwnManagersShareOnePool) {
     auto* pool = new MemoryPool("threads", 4 * kMiB);
     unsigned long leftover[2] = {1, 1};
-    std::thread threads[2];
-    for (int t = 0; t < 2; ++t)
-        threads[t] = std::thread([&, t] {
-            HeapManager manager(pool);
-            std::mt19937 rng(unsigned(t) + 5);
-            std::vector<void*> live(500, nullptr);
-            for (int op = 0; op < 100000; ++op) {
-                void*& slot = live[rng() % live.size()];
-                if (slot) {
-                    doDelete(slot);  // routed back through the header
-                    slot = nullptr;
-                } else {
-                    slot = doNew(16 + rng() % 497, &manager);
-                }
-            }
-            for (void* p : live)
-                doDelete(p);
-            leftover[t] = manager.getAllocatedSize();
-        });
-    for (std::thread& t : threads)
-        t.join();
+    vantatest::runThreads(2, [&](int t) {
+        HeapManager manager(pool);
+        std::mt19937 rng(unsigned(t) + 5);
+        std::vector<void*> live(500, nullptr);
+        for (int op = 0; op < 100000; ++op) {
+            void*& slot = live[rng() % live.size()];
+            if (slot)
+                doDelete(slot), slot = nullptr;  // routed back through the header
+            else
+                slot = doNew(16 + rng() % 497, &manager);
+        }
+        for (void* p : live)
+            doDelete(p);
+        leftover[t] = manager.getAllocatedSize();
+    });
     EXPECT_EQ(leftover[0], 0u);
     EXPECT_EQ(leftover[1], 0u);
     EXPECT_EQ(pool->getAllocatedMemory(), 0u);

@@ -2,45 +2,30 @@
 #include <vanta/system.h>
 #include <vanta/thread.h>
 
-#include "testsupport.h"
+#include "threadsupport.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <map>
 #include <mutex>
 #include <thread>
 
 using namespace vanta;
+using namespace vantatest;
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 namespace {
 
-// Runs body on another thread; aborts the run if it has not finished within the limit, so a
-// deadlock fails fast instead of hanging.
-template <class F>
-void bounded(const char* what, F body) {
-    std::atomic<bool> done{false};
-    std::thread t([&] {
-        body();
-        done = true;
-    });
-    if (!vantatest::waitUntil([&] { return done.load(); }, std::chrono::seconds(30))) {
-        std::fprintf(stderr, "deadlock: %s did not return\n", what);
-        std::abort();
-    }
-    t.join();
-}
-
 // Counts handler calls per worker thread; while `hold` is set each call waits for it to clear.
 class CountingHandler : public AsyncThreadHandler {
 public:
     void handleAsync() override {
-        vantatest::waitUntil([&] { return !hold.load(); });
+        waitUntil([&] { return !hold.load(); });
         std::lock_guard<std::mutex> guard(mutex);
         ++perThread[System::getCurrentThread()];
         ++calls;
@@ -48,12 +33,9 @@ public:
     // True when every one of `workers` threads has made exactly `each` calls.
     bool eachCalled(size_t workers, int each) {
         std::lock_guard<std::mutex> guard(mutex);
-        if (perThread.size() != workers)
-            return false;
-        for (const auto& [thread, count] : perThread)
-            if (count != each)
-                return false;
-        return true;
+        return perThread.size() == workers &&
+               std::all_of(perThread.begin(), perThread.end(),
+                           [&](const auto& entry) { return entry.second == each; });
     }
     std::atomic<bool> hold{false};
     std::atomic<int> calls{0};
@@ -71,22 +53,19 @@ TEST(System, SpawnRunsTheFunctionAndJoinWaitsForIt) {
     } probe;
     const System::ThreadHandle handle = System::spawn(
         [](void* arg) -> void* {
-            Probe* p = static_cast<Probe*>(arg);
-            p->argument = 42;
-            p->seenSelf = System::getCurrentThread();
-            p->main = System::isMainThread();
+            auto* p = static_cast<Probe*>(arg);
+            *p = {42, System::getCurrentThread(), System::isMainThread()};
             return nullptr;
         },
         &probe);
     ASSERT_NE(handle, 0ul);
-    bounded("join", [&] { EXPECT_EQ(System::join(handle), 0); });
+    onOtherThread([&] { EXPECT_EQ(System::join(handle), 0); });
     EXPECT_EQ(probe.argument, 42);
     EXPECT_TRUE(System::sameThread(probe.seenSelf, handle));
     EXPECT_FALSE(System::sameThread(handle, System::getCurrentThread()));
     EXPECT_FALSE(probe.main);
-
     EXPECT_EQ(System::spawn(nullptr, nullptr), 0ul);
-    EXPECT_NE(System::join(0), 0);
+    EXPECT_EQ(System::join(0), ESRCH);
 }
 
 TEST(System, ThreadStorageAndTheMainThreadMarkAreKeptPerThread) {
@@ -94,7 +73,6 @@ TEST(System, ThreadStorageAndTheMainThreadMarkAreKeptPerThread) {
     int here = 0, there = 0;
     EXPECT_EQ(System::getThreadStorage(key), nullptr);
     EXPECT_EQ(System::setThreadStorage(key, &here), 0);
-
     struct Row {
         bool mark;
         unsigned id;
@@ -103,9 +81,8 @@ TEST(System, ThreadStorageAndTheMainThreadMarkAreKeptPerThread) {
     for (const Row& row : {Row{true, System::kMainThreadMarker, true}, Row{true, 1, false},
                            Row{false, 0, false}}) {
         bool sawMain = !row.isMain;
-        void* sawBefore = &here;
-        void* sawAfter = nullptr;
-        bounded("marking thread", [&] {
+        void *sawBefore = &here, *sawAfter = nullptr;
+        onOtherThread([&] {
             sawBefore = System::getThreadStorage(key);
             System::setThreadStorage(key, &there);
             sawAfter = System::getThreadStorage(key);
@@ -120,7 +97,7 @@ TEST(System, ThreadStorageAndTheMainThreadMarkAreKeptPerThread) {
     EXPECT_EQ(System::getThreadStorage(key), &here);
 }
 
-TEST(AsyncThread, OneReadyGivesOneCallPerWorker) {
+TEST(AsyncThread, EachReadyGivesOneCallPerWorkerAndAtMostTwoQueue) {
     CountingHandler handler;
     AsyncThread group(&handler, 3);
     group.ready();  // not started: no effect
@@ -129,36 +106,21 @@ TEST(AsyncThread, OneReadyGivesOneCallPerWorker) {
     EXPECT_EQ(group.startThreads(), AsyncThread::kAlreadyStarted);
     std::this_thread::sleep_for(milliseconds(50));
     EXPECT_EQ(handler.calls.load(), 0) << "no call before the first ready()";
-
-    for (int round = 1; round <= 3; ++round) {
-        group.ready();
-        EXPECT_TRUE(vantatest::waitUntil([&] { return handler.eachCalled(3, round); }))
-            << "round " << round;
-    }
-    std::this_thread::sleep_for(milliseconds(50));
-    EXPECT_EQ(handler.calls.load(), 9);
-
-    bounded("exitThreads", [&] { EXPECT_EQ(group.exitThreads(), 0); });
-    EXPECT_EQ(group.runningCount(), 0);
-    EXPECT_EQ(group.startThreads(), AsyncThread::kAlreadyStarted) << "a group never restarts";
-}
-
-TEST(AsyncThread, AtMostTwoRequestsAreQueued) {
-    CountingHandler handler;
-    handler.hold = true;
-    AsyncThread group(&handler, 3);
-    ASSERT_EQ(group.startThreads(), 0);
     // The workers hold in their first call, so the second request queues and the third drops.
-    group.ready();
-    group.ready();
-    group.ready();
+    handler.hold = true;
+    for (int n = 0; n < 3; ++n)
+        group.ready();
     handler.hold = false;
-    EXPECT_TRUE(vantatest::waitUntil([&] { return handler.eachCalled(3, 2); }));
+    EXPECT_TRUE(waitUntil([&] { return handler.eachCalled(3, 2); }));
     std::this_thread::sleep_for(milliseconds(100));
     EXPECT_EQ(handler.calls.load(), 6);
     group.ready();
-    EXPECT_TRUE(vantatest::waitUntil([&] { return handler.eachCalled(3, 3); }));
-    bounded("exitThreads", [&] { group.exitThreads(); });
+    EXPECT_TRUE(waitUntil([&] { return handler.eachCalled(3, 3); }));
+    std::this_thread::sleep_for(milliseconds(50));
+    EXPECT_EQ(handler.calls.load(), 9);
+    onOtherThread([&] { EXPECT_EQ(group.exitThreads(), 0); });
+    EXPECT_EQ(group.runningCount(), 0);
+    EXPECT_EQ(group.startThreads(), AsyncThread::kAlreadyStarted) << "a group never restarts";
 }
 
 TEST(AsyncThread, WaitTimeOutDrivesRounds) {
@@ -167,27 +129,25 @@ TEST(AsyncThread, WaitTimeOutDrivesRounds) {
     group.setWaitTimeout(50);
     const auto start = Clock::now();
     ASSERT_EQ(group.startThreads(), 0);
-    EXPECT_TRUE(vantatest::waitUntil([&] { return handler.calls.load() >= 6; }));
-    const long elapsed = long(std::chrono::duration_cast<milliseconds>(Clock::now() - start).count());
-    bounded("exitThreads", [&] { group.exitThreads(); });
+    EXPECT_TRUE(waitUntil([&] { return handler.calls.load() >= 6; }));
+    const long elapsed = msSince(start);
+    onOtherThread([&] { group.exitThreads(); });
     // Each round waits out the time-out first, so the rounds cannot outpace it.
     EXPECT_LE(handler.calls.load(), 2 * (elapsed / 50 + 1));
 }
 
 TEST(AsyncThread, StopsCleanlyInEveryState) {
     CountingHandler handler;
-    {
-        AsyncThread never(&handler, 2);
-        EXPECT_EQ(never.exitThreads(), 0);
-        EXPECT_EQ(never.syncThreads(0), -1);
-    }
+    AsyncThread never(&handler, 2);
+    EXPECT_EQ(never.exitThreads(), 0);
+    EXPECT_EQ(never.syncThreads(0), -1);
     // Stopping while requests keep coming must find every worker, wherever it is.
     for (int trial = 0; trial < 20; ++trial) {
         AsyncThread group(&handler, 4);
         ASSERT_EQ(group.startThreads(), 0);
         for (int n = 0; n < trial * 5; ++n)
             group.ready();
-        bounded("exitThreads", [&] { EXPECT_EQ(group.exitThreads(), 0); });
+        onOtherThread([&] { EXPECT_EQ(group.exitThreads(), 0); });
         EXPECT_EQ(group.runningCount(), 0);
         EXPECT_EQ(group.exitThreads(), 0) << "a second stop is harmless";
     }
