@@ -8,10 +8,6 @@
 extern int gStampCounter;
 inline int takeStamp() { return ++gStampCounter; }
 
-// staticgroup.cpp
-extern vanta::SettingGroup gStaticGroup;
-extern const int gGroupStamp;
-
 // A group class whose members are its settings, built in one go.
 struct OptionsGroup : vanta::SettingGroup {
     OptionsGroup();
@@ -19,11 +15,12 @@ struct OptionsGroup : vanta::SettingGroup {
     vanta::TypedSetting<QString> title;
     vanta::TypedSetting<bool> firstRun;
 };
-extern OptionsGroup gOptions;
 
-// staticmembers.cpp
-extern vanta::IntSetting gAlpha;
+extern vanta::SettingGroup gStaticGroup;  // staticgroup.cpp
+extern OptionsGroup gOptions;
+extern const int gGroupStamp;
+extern vanta::IntSetting gAlpha;  // staticmembers.cpp
 extern vanta::TypedSetting<bool> gBeta;
 extern vanta::HashedStringSetting gGamma;
-extern const bool gMembersBuiltAsOrphans;
+extern const bool gMembersBuiltAsOrphans;  // whether the group was not built yet
 extern const int gMembersStamp;
