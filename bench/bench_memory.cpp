@@ -12,6 +12,7 @@
 // threads), so other programs on a shared machine do not inflate them.
 #include <vanta/memory.h>
 #include <vanta/memorypool.h>
+#include <vanta/arena_p.h>
 
 #include "benchmain.h"
 
@@ -328,6 +329,31 @@ void churnPoolOurs(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * kChurnSteps);
 }
 
+// The arena alone, without the pool's lock, on the same workload: what the allocator itself costs,
+// so the table shows how much of the pool's time is its lock.
+struct ArenaOnly {
+    arena::Arena a;
+    void* alloc(std::size_t n) { return arena::malloc(a, n); }
+    void free(void* p) { arena::free(a, p); }
+};
+
+void churnArenaOurs(benchmark::State& state) {
+    auto map = [](std::size_t size, void*) { return arena::defaultMap(size); };
+    auto directMap = [](std::size_t size, void*) { return arena::defaultDirectMap(size); };
+    auto unmap = [](void* base, std::size_t size, void*) { return arena::defaultUnmap(base, size); };
+    for (auto _ : state) {
+        void* first = arena::defaultDirectMap(kFirstRegion);
+        ArenaOnly a{arena::create(first, kFirstRegion, false, directMap, map, nullptr, nullptr,
+                                  unmap)};
+        const double start = cpuSeconds();
+        churn(a, kChurnLive, kChurnSteps, 16, 512, 12345);
+        state.SetIterationTime(cpuSeconds() - start);
+        arena::destroy(a.a);
+        arena::defaultUnmap(first, kFirstRegion);
+    }
+    state.SetItemsProcessed(state.iterations() * kChurnSteps);
+}
+
 // Not timed: computes the memory figures once and adds them to the printed results.
 void memoryFigures(benchmark::State& state) {
     for (auto _ : state) {
@@ -400,6 +426,15 @@ const bool sRegistered = [] {
                     });
             b->Iterations(3)->UseManualTime()->Unit(benchmark::kMillisecond);
         }
+    }
+    for (const char* allocator : {"ours", "glibc"}) {
+        benchmark::internal::Benchmark* b =
+            std::strcmp(allocator, "ours") == 0
+                ? benchmark::RegisterBenchmark("churn_arena_unlocked/ours", churnArenaOurs)
+                : benchmark::RegisterBenchmark("churn_arena_unlocked/glibc", [](benchmark::State& state) {
+                      timed(state, "churn", "glibc", kChurnSteps);
+                  });
+        b->Iterations(3)->UseManualTime()->Unit(benchmark::kMillisecond);
     }
     benchmark::RegisterBenchmark("memory_figures", memoryFigures)
         ->Iterations(1)

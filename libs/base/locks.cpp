@@ -43,15 +43,18 @@ SpinLock::~SpinLock() { delete mData; }
 int SpinLock::lock(unsigned int timeoutMs) {
     SpinLockData& d = *mData;
     const pthread_t me = self();
+    // Try the region first: under contention this touches the shared line once, where reading
+    // the owner first would fetch it twice. The owner's re-entry lands here after one failed try.
+    if (d.region.tryEnter()) {
+        d.owner.store(me, std::memory_order_relaxed);
+        d.depth = 1;
+        return 0;
+    }
     if (pthread_equal(d.owner.load(std::memory_order_relaxed), me)) {
         ++d.depth;
         return 0;
     }
-    if (!d.region.tryEnter())
-        return timeoutMs == 0 ? -1 : lockContended(timeoutMs);
-    d.owner.store(me, std::memory_order_relaxed);
-    d.depth = 1;
-    return 0;
+    return timeoutMs == 0 ? -1 : lockContended(timeoutMs);
 }
 
 // The region was taken when lock() looked: wait for it, out of line so the paths above need no
