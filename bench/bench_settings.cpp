@@ -162,15 +162,11 @@ const bool gSetRegistered = [] {
 BENCHMARK(frameOurs)->Name("frame10000/ours");
 BENCHMARK(framePeer)->Name("frame10000/undolog");
 
-// Budgets. With nobody listening ours also stamps the modifier and checks for an open frame and
-// for observers of the setting and of its group, all inline, so it stays close to the peer's
-// compare-and-assign. Each observer costs one indirect call on both sides. In a frame every change
-// also crosses three calls the peer inlines (recording, and the virtual pushSetting and
-// popSetting that let a setting type save its own way) and keeps a saved value per setting.
-VANTA_BENCH_TARGET("set0obs", "stdfunction", 2.0);
-VANTA_BENCH_TARGET("set1obs", "stdfunction", 2.0);
-VANTA_BENCH_TARGET("set10obs", "stdfunction", 1.5);
-VANTA_BENCH_TARGET("frame10000", "undolog", 5.0);
+// No ratio budgets: what matters is that notification cost grows linearly with the observers
+// (compare the 0, 1 and 10 rows) and that set allocates nothing (the counts printed below). With
+// nobody listening ours also stamps the modifier and checks for an open frame and for observers
+// of the setting and of its group; in a frame every change also records a saved value and crosses
+// the virtual pushSetting/popSetting that let a setting type save its own way.
 
 // Allocations per call, counted outside the timed runs.
 struct AllocationReport {
