@@ -6,9 +6,13 @@
 
 namespace vanta {
 
+namespace lockdetail {
+__thread char tThreadTag;
+}  // namespace lockdetail
+
 namespace {
 
-inline pthread_t self() { return currentThread(); }
+inline const void* self() { return lockdetail::callerIdentity(); }
 
 }  // namespace
 
@@ -34,33 +38,16 @@ bool CriticalRegion::enterContended(unsigned int durationMs, uint32_t spinCount)
     return true;
 }
 
-SpinLock::SpinLock(unsigned long spinCount) : mData(new SpinLockData) {
-    mData->spinCount = System::getNumProcessors() > 1 ? uint32_t(spinCount) : 0;
+SpinLock::SpinLock(unsigned long spinCount) : mHead(new SpinLockData) {
+    data().spinCount = System::getNumProcessors() > 1 ? uint32_t(spinCount) : 0;
 }
 
-SpinLock::~SpinLock() { delete mData; }
+SpinLock::~SpinLock() { delete &data(); }
 
-int SpinLock::lock(unsigned int timeoutMs) {
-    SpinLockData& d = *mData;
-    const pthread_t me = self();
-    // Try the region first: under contention this touches the shared line once, where reading
-    // the owner first would fetch it twice. The owner's re-entry lands here after one failed try.
-    if (d.region.tryEnter()) {
-        d.owner.store(me, std::memory_order_relaxed);
-        d.depth = 1;
-        return 0;
-    }
-    if (pthread_equal(d.owner.load(std::memory_order_relaxed), me)) {
-        ++d.depth;
-        return 0;
-    }
-    return timeoutMs == 0 ? -1 : lockContended(timeoutMs);
-}
-
-// The region was taken when lock() looked: wait for it, out of line so the paths above need no
-// stack frame.
-int SpinLock::lockContended(unsigned int timeoutMs) {
-    SpinLockData& d = *mData;
+// The inline lock() found another owner or none, so the caller is not the owner and cannot
+// become it meanwhile: only the region decides.
+int SpinLock::lockFirst(unsigned int timeoutMs) {
+    SpinLockData& d = data();
     const unsigned int duration = timeoutMs == kForever ? CriticalRegion::kForever : timeoutMs;
     if (!d.region.enter(duration, d.spinCount))
         return -1;
@@ -69,34 +56,24 @@ int SpinLock::lockContended(unsigned int timeoutMs) {
     return 0;
 }
 
-int SpinLock::trylock() { return lock(0); }
-
-int SpinLock::unlock() {
-    SpinLockData& d = *mData;
-    if (!pthread_equal(d.owner.load(std::memory_order_relaxed), self()))
-        return -1;
-    const int depth = d.depth;
-    if (depth > 1) {
-        d.depth = depth - 1;
-        return 0;
-    }
+void SpinLock::releaseLast() {
+    SpinLockData& d = data();
     // The depth is left at 1: it counts only while there is an owner, and the next owner sets it.
-    d.owner.store(0, std::memory_order_relaxed);
+    d.owner.store(nullptr, std::memory_order_relaxed);
     d.region.exit();
-    return 0;
 }
 
-void SpinLock::stealOwnership() { mData->owner.store(self(), std::memory_order_relaxed); }
+void SpinLock::stealOwnership() { mHead->owner.store(self(), std::memory_order_relaxed); }
 
 void SpinLock::forceUnlock() {
     stealOwnership();
     unlock();
 }
 
-int SpinLock::depth() const { return isOwnedByCaller() ? mData->depth : 0; }
+int SpinLock::depth() const { return isOwnedByCaller() ? mHead->depth : 0; }
 
 bool SpinLock::isOwnedByCaller() const {
-    return pthread_equal(mData->owner.load(std::memory_order_relaxed), self());
+    return mHead->owner.load(std::memory_order_relaxed) == self();
 }
 
 long TestThenAdd(long volatile* target, long delta) {

@@ -1,9 +1,30 @@
 // Locks: the recursive SpinLock, its scoped guard, the two process-wide locks and the atomic add.
 #pragma once
 
+#include <atomic>
+
 namespace vanta {
 
 struct SpinLockData;
+
+/// Not API: what the inline lock and unlock paths below need to see.
+namespace lockdetail {
+
+/// One byte per thread, defined by the library. Its address identifies the calling thread; the
+/// initial-exec model makes taking it two instructions, with no call.
+extern __thread char tThreadTag __attribute__((tls_model("initial-exec")));
+
+/// The calling thread's identity as the lock records it: never null, unique among live threads.
+inline const void* callerIdentity() { return &tThreadTag; }
+
+/// The start of every lock's private record: who holds it and how often. The owner is compared
+/// without any lock: a thread only ever finds its own identity here while it holds the lock.
+struct SpinLockHead {
+    std::atomic<const void*> owner{nullptr};
+    int depth = 0;  ///< levels held by the owner; touched only by the owner
+};
+
+}  // namespace lockdetail
 
 // A recursive lock owned by one thread, with a time-out on acquisition.
 //
@@ -24,12 +45,32 @@ public:
     SpinLock(const SpinLock&) = delete;
     SpinLock& operator=(const SpinLock&) = delete;
 
-    // 0 when the calling thread holds the lock on return; -1 when timeoutMs passed first.
-    int lock(unsigned int timeoutMs = kForever);
-    // As lock(0): never waits.
-    int trylock();
-    // Releases one level. -1, with nothing changed, when the calling thread is not the owner.
-    int unlock();
+    /// 0 when the calling thread holds the lock on return; -1 when timeoutMs passed first.
+    /// The owner's re-entry is inline: an identity compare and a depth bump.
+    int lock(unsigned int timeoutMs = kForever) {
+        lockdetail::SpinLockHead& h = *mHead;
+        if (h.owner.load(std::memory_order_relaxed) == lockdetail::callerIdentity()) {
+            ++h.depth;
+            return 0;
+        }
+        return lockFirst(timeoutMs);
+    }
+    /// As lock(0): never waits.
+    int trylock() { return lock(0); }
+    /// Releases one level. -1, with nothing changed, when the calling thread is not the owner.
+    /// Only the release of the last level leaves the header.
+    int unlock() {
+        lockdetail::SpinLockHead& h = *mHead;
+        // The owner first: depth belongs to the owner, and another thread must not read it.
+        if (h.owner.load(std::memory_order_relaxed) != lockdetail::callerIdentity())
+            return -1;
+        if (h.depth > 1) {
+            --h.depth;
+            return 0;
+        }
+        releaseLast();
+        return 0;
+    }
     // Makes the calling thread the owner, keeping the depth.
     void stealOwnership();
     // stealOwnership() then unlock(): releases one level of a lock another thread took.
@@ -41,9 +82,14 @@ public:
     bool isOwnedByCaller() const;
 
 private:
-    int lockContended(unsigned int timeoutMs);
+    // The caller does not hold the lock: take it, waiting up to timeoutMs.
+    int lockFirst(unsigned int timeoutMs);
+    // Releases the last level; the caller is the owner.
+    void releaseLast();
+    SpinLockData& data() const;
     friend class Conditional;
-    SpinLockData* mData;
+    // Points at a SpinLockData, which starts with this head.
+    lockdetail::SpinLockHead* mHead;
 };
 
 // Scoped guard: locks for ever on construction, unlocks on destruction.

@@ -1,23 +1,12 @@
 // Not API. The SpinLock's record and its critical region, shared with the waiting primitives.
 #pragma once
 
+#include "locks.h"
 #include "linux/futex_p.h"
 
-#include <pthread.h>
 #include <sys/single_threaded.h>
 
 namespace vanta {
-
-// The calling thread's pthread_t. On x86-64 glibc a pthread_t is the thread pointer itself, so it
-// is read without a call; lock and unlock need it on every call.
-inline pthread_t currentThread() {
-#if defined(__x86_64__) && defined(__GLIBC__) && defined(__has_builtin)
-#if __has_builtin(__builtin_thread_pointer)
-    return reinterpret_cast<pthread_t>(__builtin_thread_pointer());
-#endif
-#endif
-    return pthread_self();
-}
 
 // True while the process has one thread. Then nobody can touch a lock word concurrently, so it
 // can be taken and released with plain loads and stores instead of locked instructions (the C
@@ -70,13 +59,15 @@ private:
     std::atomic<uint32_t> mWord{0};
 };
 
-struct SpinLockData {
+// The owner, depth and lock word of one SpinLock. A cache line of its own: records allocated one
+// after the other (two pools' locks) would otherwise share a line, and every lock and unlock by
+// one thread would take it away from the other.
+struct alignas(64) SpinLockData : lockdetail::SpinLockHead {
     CriticalRegion region;
-    int depth = 0;            // levels held by the owner; touched only by the owner
-    uint32_t spinCount = 0;   // busy-wait budget before sleeping
-    // Compared without the region: a thread only ever finds its own id here while it owns the
-    // lock, so a relaxed load is enough.
-    std::atomic<pthread_t> owner{0};
+    uint32_t spinCount = 0;  // busy-wait budget before sleeping
 };
+static_assert(sizeof(SpinLockData) == 64);
+
+inline SpinLockData& SpinLock::data() const { return static_cast<SpinLockData&>(*mHead); }
 
 }  // namespace vanta

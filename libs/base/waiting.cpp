@@ -131,9 +131,9 @@ int Conditional::timedwait(SpinLock& lock, unsigned long timeoutMs) {
 }
 
 int Conditional::waitUntil(SpinLock& lock, bool limited, unsigned long timeoutMs) {
-    SpinLockData& held = *lock.mData;
-    const pthread_t me = currentThread();
-    if (!pthread_equal(held.owner.load(std::memory_order_relaxed), me))
+    SpinLockData& held = lock.data();
+    const void* const me = lockdetail::callerIdentity();
+    if (held.owner.load(std::memory_order_relaxed) != me)
         return -1;
     timespec deadline{};
     if (limited)
@@ -144,7 +144,7 @@ int Conditional::waitUntil(SpinLock& lock, bool limited, unsigned long timeoutMs
     // Release every level the caller holds, so another thread can take the lock and signal.
     const int depth = held.depth;
     held.depth = 0;
-    held.owner.store(0, std::memory_order_relaxed);
+    held.owner.store(nullptr, std::memory_order_relaxed);
     held.region.exit();
 
     const bool woken = futex::wait(mData->sequence, seen, limited ? &deadline : nullptr);
