@@ -25,7 +25,8 @@ extern bool sUseVantaStyle;
 const char* FindResName(int id);
 
 // The installed resource folder: the install path (System::getInstallPath, or the running
-// executable's folder while none is set) + "../Resources", cleaned, without a trailing "/".
+// executable's folder while none is set) + "../share/vanta/Resources", cleaned, without a
+// trailing "/".
 QString GetResourceFolder();
 // The path of name + "." + lower-case type in the resource folder when that file exists,
 // otherwise empty. A null or empty name gives empty.
