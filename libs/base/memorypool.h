@@ -78,8 +78,8 @@ public:
 
     /// Arena callbacks; user is the pool. The map callbacks map a region with the default system
     /// call and record it (a refused region is not recorded); munmapCB unmaps and forgets one, for
-    /// callers that release a pool region themselves; sbreakCB always fails (all bits set), so every
-    /// region comes through the map callbacks.
+    /// callers that release a pool region themselves; sbreakCB always fails (all bits set), so
+    /// every region comes through the map callbacks.
     static void* directMmapCB(unsigned long size, void* user);
     /// Maps a region and records it.
     static void* mmapCB(unsigned long size, void* user);

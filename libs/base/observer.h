@@ -1,5 +1,6 @@
 /// \file
-/// Intrusive observers: Observer, a doubly linked list member, and ObserverList, its subject's head.
+/// Intrusive observers: Observer, a doubly linked list member, and ObserverList, its subject's
+/// head.
 #pragma once
 
 #include <vanta/memory.h>

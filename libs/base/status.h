@@ -1,5 +1,6 @@
 /// \file
-/// Status codes: subsystems with message tables, their registry, printable forms and the log streams.
+/// Status codes: subsystems with message tables, their registry, printable forms and the log
+/// streams.
 #pragma once
 
 #include <vanta/hashtable.h>

@@ -8,8 +8,8 @@
 
 namespace vanta {
 
-/// UTF-16 to UTF-32. A high surrogate followed by a low one becomes one character; every other unit,
-/// unpaired surrogates included, is widened as it is. The result keeps the source's length, so
+/// UTF-16 to UTF-32. A high surrogate followed by a low one becomes one character; every other
+/// unit, unpaired surrogates included, is widened as it is. The result keeps the source's length, so
 /// each combined pair leaves one zero character at the end: stop at the first zero for the text.
 std::wstring toWString(const QString& s);
 

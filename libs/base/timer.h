@@ -24,7 +24,8 @@ public:
             ITimer* timer;  ///< The timer that fired.
         };
         virtual ~IObserver() = default;
-        /// Called on the thread that fires the timer (the user-interface thread with the Qt manager).
+        /// Called on the thread that fires the timer (the user-interface thread with the Qt
+        /// manager).
         virtual void onTimer(const Event& event) = 0;
     };
 
