@@ -8,6 +8,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QSettings>
 
 #include <gtest/gtest.h>
@@ -159,6 +160,26 @@ TEST_F(VersionInfoTest, FirstRunOnAnotherSystem) {
     user()->setValue(QStringLiteral("osName"), QStringLiteral("Mac OS X"));
     EXPECT_TRUE(VersionInfo::isFirstRunOnThisOS());
     EXPECT_EQ(userValue("osName"), current);
+}
+
+TEST_F(VersionInfoTest, FirstRunRecordsClearAKilledSavesRemnants) {
+    // What a save killed midway leaves: a lock file without an owner (which would stall a plain
+    // save for 30 s) and a temporary never renamed over the file.
+    const std::pair<const char*, bool (*)()> writers[] = {
+        {"new version", VersionInfo::isFirstRunNewVersion},
+        {"this system", VersionInfo::isFirstRunOnThisOS}};
+    for (const auto& [label, writer] : writers) {
+        SCOPED_TRACE(label);
+        const QString path = user()->fileName();
+        user()->clear();
+        QDir().mkpath(QFileInfo(path).absolutePath());
+        for (const char* suffix : {".lock", ".Ab3dE9"}) {
+            QFile remnant(path + QLatin1String(suffix));
+            ASSERT_TRUE(remnant.open(QIODevice::WriteOnly));
+        }
+        EXPECT_TRUE(writer());
+        EXPECT_FALSE(QFile::exists(path + ".lock") || QFile::exists(path + ".Ab3dE9"));
+    }
 }
 
 TEST_F(VersionInfoTest, OptionsGroupPublishesTheMachine) {
