@@ -2,7 +2,7 @@
 PREFIX ?= /usr/local
 JOBS ?= 2
 
-.PHONY: all setup build run test bench install clean
+.PHONY: all setup build run test bench install package docs clean
 
 all: build
 
@@ -26,6 +26,15 @@ bench: setup
 
 install: build
 	cmake --install build --prefix $(PREFIX)
+
+# The Debian package, build/vanta-base_VERSION_ARCH.deb.
+package: build
+	cmake --build build --target package
+
+# The API reference, build/docs/html/index.html; fails on an undocumented public declaration.
+docs: setup
+	cmake --preset default
+	cmake --build build --target docs
 
 clean:
 	rm -rf build build-asan build-tsan build-bench build-fuzz

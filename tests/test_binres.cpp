@@ -26,14 +26,15 @@ using namespace vanta;
 
 namespace {
 
-// Makes <scratch>/prefix/bin the install path, with Resources beside it linking to the
+// Makes <scratch>/prefix/bin the install path, with share/vanta/Resources linking to the
 // repository's resources folder (the images and localized welcome banners we ship).
 void installShipped() {
     const QString root = vantatest::scratchDir() + "/prefix";
     QDir().mkpath(root + "/bin");
-    QFile::remove(root + "/Resources");
-    ASSERT_TRUE(
-        QFile::link(QDir::cleanPath(VANTA_TEST_DATA "/../../resources"), root + "/Resources"));
+    QDir().mkpath(root + "/share/vanta");
+    QFile::remove(root + "/share/vanta/Resources");
+    ASSERT_TRUE(QFile::link(QDir::cleanPath(VANTA_TEST_DATA "/../../resources"),
+                            root + "/share/vanta/Resources"));
     System::setInstallPath(root + "/bin");
 }
 
@@ -120,7 +121,7 @@ TEST(BinRes, RegionEmphasisUsesSavedLocaleAndLowerCase) {
 TEST(BinRes, ResourceFolderDefaultsToBesideTheExecutable) {
     System::installPath.clear();
     EXPECT_EQ(GetResourceFolder(),
-              QDir::cleanPath(QCoreApplication::applicationDirPath() + "/../Resources"));
+              QDir::cleanPath(QCoreApplication::applicationDirPath() + "/../share/vanta/Resources"));
 }
 
 TEST(BinRes, EveryShippedImageDecodes) {
@@ -147,9 +148,9 @@ TEST(BinRes, EveryShippedImageDecodes) {
 
 TEST(BinRes, MissingAndBrokenResources) {
     const QString root = vantatest::scratchDir() + "/broken";
-    touch(root + "/Resources/corrupt.png", QByteArray("\x89PNG\r\n\x1a\nnot really"));
-    touch(root + "/Resources/empty.png", QByteArray());
-    QDir().mkpath(root + "/Resources/folder.png");
+    touch(root + "/share/vanta/Resources/corrupt.png", QByteArray("\x89PNG\r\n\x1a\nnot really"));
+    touch(root + "/share/vanta/Resources/empty.png", QByteArray());
+    QDir().mkpath(root + "/share/vanta/Resources/folder.png");
     QDir().mkpath(root + "/bin");
     System::setInstallPath(root + "/bin/");
     for (const int id : {0, 211}) {  // no such id; an id whose file is not here

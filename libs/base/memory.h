@@ -1,8 +1,9 @@
-// Managed allocation: memory managers, pool-backed heap managers, managed objects and buffers.
-//
-// A block from a HeapManager carries a two-word header (its manager, its size) just before the
-// payload; any other block came from the C library heap. doDelete tells the two apart by asking
-// whether the address lies in a memory pool, so one delete serves both kinds.
+/// \file
+/// Managed allocation: memory managers, pool-backed heap managers, managed objects and buffers.
+///
+/// A block from a HeapManager carries a two-word header (its manager, its size) just before the
+/// payload; any other block came from the C library heap. doDelete tells the two apart by asking
+/// whether the address lies in a memory pool, so one delete serves both kinds.
 #pragma once
 
 #include <atomic>
@@ -13,88 +14,98 @@ namespace vanta {
 class MemoryManager;
 class MemoryPool;
 
-// Allocates size bytes: from mm when given (through its virtual alloc), otherwise from the C
-// library's malloc. Returns null on failure; never throws. The caller owns the block.
+/// Allocates size bytes: from mm when given (through its virtual alloc), otherwise from the C
+/// library's malloc. Returns null on failure; never throws. The caller owns the block.
 void* doNew(unsigned long size, MemoryManager* mm = nullptr);
-// Frees a block from doNew, whichever heap it came from: a pool block goes to the manager named
-// in its header, any other to the C library's free. Null does nothing. The manager argument is
-// ignored.
+/// Frees a block from doNew, whichever heap it came from: a pool block goes to the manager named
+/// in its header, any other to the C library's free. Null does nothing. The manager argument is
+/// ignored.
 void doDelete(void* p, MemoryManager* mm = nullptr);
 
-// Same as doNew.
+/// Same as doNew.
 void* Malloc(unsigned long size, MemoryManager* mm = nullptr);
-// Malloc, then zeroes the size bytes. Null (nothing zeroed) when the allocation failed.
+/// Malloc, then zeroes the size bytes. Null (nothing zeroed) when the allocation failed.
 void* Calloc(unsigned long size, MemoryManager* mm = nullptr);
-// For C library blocks only: null p gives doNew(size, null), otherwise the C library's realloc.
-// A pool block must not be passed here.
+/// For C library blocks only: null p gives doNew(size, null), otherwise the C library's realloc.
+/// A pool block must not be passed here.
 void* Realloc(void* p, unsigned long size);
-// Same as doDelete.
+/// Same as doDelete.
 void Free(void* p);
 
-// Base class whose class operators route every heap instance through doNew/doDelete, so an
-// object may be placed with a manager (new (mm) T) and still be deleted with a plain delete.
-// Allocation failure gives a null pointer, never an exception.
+/// Base class whose class operators route every heap instance through doNew/doDelete, so an
+/// object may be placed with a manager (new (mm) T) and still be deleted with a plain delete.
+/// Allocation failure gives a null pointer, never an exception.
 class MemoryObject {
 public:
-    // A size of 0 is served as 1, so every object has a distinct address.
+    /// A size of 0 is served as 1, so every object has a distinct address.
     static void* operator new(std::size_t size) noexcept;
+    /// As operator new, for arrays.
     static void* operator new[](std::size_t size) noexcept;
+    /// Places the object with manager mm (see doNew).
     static void* operator new(std::size_t size, MemoryManager* mm) noexcept;
+    /// As the placed operator new, for arrays.
     static void* operator new[](std::size_t size, MemoryManager* mm) noexcept;
+    /// Returns the block through doDelete; null is ignored.
     static void operator delete(void* p);
+    /// As operator delete, for arrays.
     static void operator delete[](void* p);
+    /// Called when a placed constructor throws; as operator delete.
     static void operator delete(void* p, MemoryManager* mm);
+    /// Called when a placed array constructor throws; as operator delete.
     static void operator delete[](void* p, MemoryManager* mm);
 };
 
-// An allocator of managed blocks.
+/// An allocator of managed blocks.
 class MemoryManager : public MemoryObject {
 public:
     virtual ~MemoryManager() = default;
-    // A block of size bytes, or null; the caller owns it until free.
+    /// A block of size bytes, or null; the caller owns it until free.
     virtual void* alloc(unsigned long size) = 0;
-    // Returns a block from alloc.
+    /// Returns a block from alloc.
     virtual void free(void* p) = 0;
 };
 
-// A manager that carves its blocks from a memory pool, writes the managed header before each
-// payload and keeps count of the payload bytes it has handed out.
-//
-// Thread safety: alloc and free may run on several threads (the pool serialises the block
-// operations and keeps its own counter exact); the manager's counter is an atomic updated without
-// a lock, exact while one thread at a time uses the manager, approximate otherwise.
+/// A manager that carves its blocks from a memory pool, writes the managed header before each
+/// payload and keeps count of the payload bytes it has handed out.
+///
+/// Thread safety: alloc and free may run on several threads (the pool serialises the block
+/// operations and keeps its own counter exact); the manager's counter is an atomic updated without
+/// a lock, exact while one thread at a time uses the manager, approximate otherwise.
 class HeapManager : public MemoryManager {
 public:
-    // The pool used by managers built without one: created on first need (a 4 MiB first region),
-    // then kept for the life of the process.
+    /// The pool used by managers built without one: created on first need (a 4 MiB first region),
+    /// then kept for the life of the process.
     static std::atomic<MemoryPool*> sDefaultPool;
 
-    // Uses pool, or the default pool when pool is null, and holds one reference on it.
+    /// Uses pool, or the default pool when pool is null, and holds one reference on it.
     explicit HeapManager(MemoryPool* pool = nullptr);
-    // Drops the reference on the pool, deleting the pool when this was the last one. Blocks still
-    // live are not freed.
+    /// Drops the reference on the pool, deleting the pool when this was the last one. Blocks still
+    /// live are not freed.
     ~HeapManager() override;
 
-    // A 16-byte aligned payload of size bytes behind a header naming this manager. Null when the
-    // pool is exhausted. Does not block beyond the pool's lock.
+    /// A 16-byte aligned payload of size bytes behind a header naming this manager. Null when the
+    /// pool is exhausted. Does not block beyond the pool's lock.
     void* alloc(unsigned long size) override;
-    // Returns a block of this manager (header included) to the pool; null does nothing.
+    /// Returns a block of this manager (header included) to the pool; null does nothing.
     void free(void* p) override;
-    // Calls alloc(size): payloads already have the pool's 16-byte alignment; larger alignments
-    // are not applied.
+    /// Calls alloc(size): payloads already have the pool's 16-byte alignment; larger alignments
+    /// are not applied.
     void* allocAligned(unsigned long size, unsigned long alignment);
-    // Does nothing: a heap manager does not track its blocks.
+    /// Does nothing: a heap manager does not track its blocks.
     void clear();
-    // The payload bytes of this manager's live blocks.
+    /// The payload bytes of this manager's live blocks.
     unsigned long getAllocatedSize() const {
         return mAllocatedSize.load(std::memory_order_relaxed);
     }
+    /// The pool the blocks come from.
     MemoryPool* getPool() const { return mPool; }
 
-    // The bytes of the header before every payload, and the payload's manager and size as the
-    // header records them.
+    /// The bytes of the header before every payload, and the payload's manager and size as the
+    /// header records them.
     static constexpr unsigned long kHeaderSize = 2 * sizeof(void*);
+    /// The manager recorded in payload's header.
     static MemoryManager* managerOf(const void* payload);
+    /// The size recorded in payload's header.
     static unsigned long sizeOf(const void* payload);
 
 private:
@@ -102,30 +113,35 @@ private:
     MemoryPool* mPool;
 };
 
-// A byte buffer of fixed capacity, filled by appending; it never grows.
+/// A byte buffer of fixed capacity, filled by appending; it never grows.
 class HeapBuffer : public MemoryObject {
 public:
-    // Storage of capacity bytes from manager->allocAligned, or from Malloc without a manager.
-    // If the storage cannot be had, the buffer has capacity 0.
+    /// Storage of capacity bytes from manager->allocAligned, or from Malloc without a manager.
+    /// If the storage cannot be had, the buffer has capacity 0.
     HeapBuffer(HeapManager* manager, unsigned long capacity, unsigned long alignment);
-    // Returns the storage to its manager, or through Free.
+    /// Returns the storage to its manager, or through Free.
     virtual ~HeapBuffer();
 
     HeapBuffer(const HeapBuffer&) = delete;
     HeapBuffer& operator=(const HeapBuffer&) = delete;
 
-    // Copies n bytes after the used ones. True at once (nothing copied) for a null src or n of 0;
-    // false, copying nothing, when they would not fit.
+    /// Copies n bytes after the used ones. True at once (nothing copied) for a null src or n of 0;
+    /// false, copying nothing, when they would not fit.
     bool appendData(void const* src, unsigned long n);
 
+    /// The storage; null when it could not be had.
     void* getData() const { return mData; }
+    /// Bytes appended so far.
     unsigned long getUsed() const { return mUsed; }
+    /// Bytes the buffer can hold.
     unsigned long getCapacity() const { return mCapacity; }
+    /// Alignment asked of the storage.
     unsigned long getAlignment() const { return mAlignment; }
+    /// The manager the storage came from; null for Malloc.
     HeapManager* getManager() const { return mManager; }
 
 private:
-    [[maybe_unused]] int mOne = 1;  // set at construction, not otherwise used
+    [[maybe_unused]] int mOne = 1;  ///< set at construction, not otherwise used
     void* mData;
     unsigned long mUsed = 0;
     unsigned long mCapacity;

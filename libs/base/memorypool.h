@@ -1,4 +1,5 @@
-// Memory pools: named, locked arenas that record every system region they obtain.
+/// \file
+/// Memory pools: named, locked arenas that record every system region they obtain.
 #pragma once
 
 #include <vanta/locks.h>
@@ -12,91 +13,99 @@
 
 namespace vanta {
 
-// One system region of a pool.
+/// One system region of a pool.
 struct MMapRange {
+    /// First byte of the region.
     void* base;
-    unsigned long size;  // bytes
+    unsigned long size;  ///< bytes
 };
 
-// A heap of its own: blocks come from an arena over regions mapped for this pool alone, and every
-// region is recorded both here and in the process-wide list that isPointerFromPool scans.
-// Regions are never handed back before the pool is destroyed.
-//
-// Thread safety: malloc and free may be called from any thread (the pool's lock serialises them).
-// The allocated counter is an atomic: heap managers update it under the pool's lock, other users
-// through addAllocation/subtractAllocation without it.
+/// A heap of its own: blocks come from an arena over regions mapped for this pool alone, and every
+/// region is recorded both here and in the process-wide list that isPointerFromPool scans.
+/// Regions are never handed back before the pool is destroyed.
+///
+/// Thread safety: malloc and free may be called from any thread (the pool's lock serialises them).
+/// The allocated counter is an atomic: heap managers update it under the pool's lock, other users
+/// through addAllocation/subtractAllocation without it.
 class MemoryPool : public MemoryObject {
 public:
-    // Maps a first region of initialSize bytes and builds the arena on it. If the system refuses
-    // the region, the pool exists but every malloc returns null.
+    /// Maps a first region of initialSize bytes and builds the arena on it. If the system refuses
+    /// the region, the pool exists but every malloc returns null.
     MemoryPool(char const* name, unsigned long initialSize);
-    // Returns every region of the pool to the system. Blocks still live become invalid.
+    /// Returns every region of the pool to the system. Blocks still live become invalid.
     virtual ~MemoryPool();
 
     MemoryPool(const MemoryPool&) = delete;
     MemoryPool& operator=(const MemoryPool&) = delete;
 
-    // A 16-byte aligned block of at least size bytes; null when the arena cannot obtain memory.
-    // Takes the pool's lock, waiting without limit. The caller owns the block until free.
+    /// A 16-byte aligned block of at least size bytes; null when the arena cannot obtain memory.
+    /// Takes the pool's lock, waiting without limit. The caller owns the block until free.
     void* malloc(unsigned long size);
-    // Returns a block of this pool (null does nothing). Takes the pool's lock.
+    /// Returns a block of this pool (null does nothing). Takes the pool's lock.
     void free(void* p);
 
-    // The payload bytes the pool's users report (HeapManager); malloc and free do not touch it.
+    /// The payload bytes the pool's users report (HeapManager); malloc and free do not touch it.
     void addAllocation(unsigned long size) {
         mAllocated.fetch_add(size, std::memory_order_relaxed);
     }
+    /// Takes back what addAllocation reported.
     void subtractAllocation(unsigned long size) {
         mAllocated.fetch_sub(size, std::memory_order_relaxed);
     }
+    /// The bytes reported through add and subtractAllocation.
     unsigned long getAllocatedMemory() const { return mAllocated.load(std::memory_order_relaxed); }
 
+    /// The name given at construction.
     QString getName() const { return mName; }
-    // The reference count, changed with TestThenAdd by heap managers; 1 after construction.
+    /// The reference count, changed with TestThenAdd by heap managers; 1 after construction.
     long volatile* refCount() { return &mRefCount; }
+    /// The reference count, read without a lock.
     long getRefCount() const { return __atomic_load_n(&mRefCount, __ATOMIC_RELAXED); }
 
-    // A snapshot of this pool's regions, in the order they were obtained.
+    /// A snapshot of this pool's regions, in the order they were obtained.
     std::vector<MMapRange> getRanges() const;
-    // Bytes of all regions of this pool.
+    /// Bytes of all regions of this pool.
     unsigned long getMappedBytes() const;
-    // Walks the pool's arena and verifies every chunk and bin (see the arena's check); for tests.
-    // False with a description in *why when the heap is damaged or the pool has no arena.
+    /// Walks the pool's arena and verifies every chunk and bin (see the arena's check); for tests.
+    /// False with a description in *why when the heap is damaged or the pool has no arena.
     bool checkHeap(std::string* why = nullptr);
 
-    // True when p lies inside a region of any live pool: a linear scan of the process-wide region
-    // list under its lock. False before that list exists.
+    /// True when p lies inside a region of any live pool: a linear scan of the process-wide region
+    /// list under its lock. False before that list exists.
     static bool isPointerFromPool(void* p);
-    // A snapshot of the process-wide region list, for tests.
+    /// A snapshot of the process-wide region list, for tests.
     static std::vector<MMapRange> allRanges();
 
-    // Arena callbacks; user is the pool. The map callbacks map a region with the default system
-    // call and record it (a refused region is not recorded); munmapCB unmaps and forgets one, for
-    // callers that release a pool region themselves; sbreakCB always fails (all bits set), so every
-    // region comes through the map callbacks.
+    /// Arena callbacks; user is the pool. The map callbacks map a region with the default system
+    /// call and record it (a refused region is not recorded); munmapCB unmaps and forgets one, for
+    /// callers that release a pool region themselves; sbreakCB always fails (all bits set), so
+    /// every region comes through the map callbacks.
     static void* directMmapCB(unsigned long size, void* user);
+    /// Maps a region and records it.
     static void* mmapCB(unsigned long size, void* user);
+    /// Unmaps a region and forgets it.
     static int munmapCB(char* base, unsigned long size, void* user);
+    /// Always fails.
     static void* sbreakCB(int increment, void* user);
 
 private:
     friend class HeapManager;
-    // malloc and free for heap managers: the allocated counter changes under the pool's lock
-    // already taken for the block, so it stays exact without an atomic read-modify-write.
+    /// malloc and free for heap managers: the allocated counter changes under the pool's lock
+    /// already taken for the block, so it stays exact without an atomic read-modify-write.
     void* mallocCounted(unsigned long size, unsigned long payload);
     void freeCounted(void* p, unsigned long payload);
     void record(void* base, unsigned long size);
 
     QString mName;
-    long volatile mRefCount = 1;  // atomic through TestThenAdd
+    long volatile mRefCount = 1;  ///< atomic through TestThenAdd
     std::atomic<unsigned long> mAllocated{0};
-    void* mArena = nullptr;       // guarded by mLock
+    void* mArena = nullptr;       ///< guarded by mLock
     SpinLock mLock{0};
-    std::vector<MMapRange> mRanges;  // guarded by the process-wide region lock
+    std::vector<MMapRange> mRanges;  ///< guarded by the process-wide region lock
 };
 
-// Removes the first entry whose base is base (size is not compared) by moving the last entry
-// into its place; order is not preserved. Nothing changes when base is not listed.
+/// Removes the first entry whose base is base (size is not compared) by moving the last entry
+/// into its place; order is not preserved. Nothing changes when base is not listed.
 void removeFromList(std::vector<MMapRange>& list, void* base, unsigned long size);
 
 }  // namespace vanta

@@ -1,4 +1,6 @@
-// Intrusive observers: Observer, a doubly linked list member, and ObserverList, its subject's head.
+/// \file
+/// Intrusive observers: Observer, a doubly linked list member, and ObserverList, its subject's
+/// head.
 #pragma once
 
 #include <vanta/memory.h>
@@ -7,34 +9,34 @@ namespace vanta {
 
 class ObserverList;
 
-// Base class of every observer. The links live in the observer itself, so attaching and
-// detaching never allocate. An observer belongs to at most one list at a time.
-//
-// Not thread-safe: a subject and its observers belong to one thread.
+/// Base class of every observer. The links live in the observer itself, so attaching and
+/// detaching never allocate. An observer belongs to at most one list at a time.
+///
+/// Not thread-safe: a subject and its observers belong to one thread.
 class Observer : public MemoryObject {
 public:
-    // A detached, enabled observer.
+    /// A detached, enabled observer.
     Observer() = default;
-    // Detaches from the list it is on, if any.
+    /// Detaches from the list it is on, if any.
     virtual ~Observer();
 
     Observer(const Observer&) = delete;
     Observer& operator=(const Observer&) = delete;
 
-    // Inserts this observer at the head of list (it is notified before the older ones),
-    // detaching it first from any list it is on.
+    /// Inserts this observer at the head of list (it is notified before the older ones),
+    /// detaching it first from any list it is on.
     void attach(ObserverList& list);
-    // Detaches: relinks the neighbours (or moves the list's head) and clears the links.
-    // A detached observer is left unchanged.
+    /// Detaches: relinks the neighbours (or moves the list's head) and clears the links.
+    /// A detached observer is left unchanged.
     void remove();
 
-    // A disabled observer stays attached but is skipped by notifications that honour the flag.
+    /// A disabled observer stays attached but is skipped by notifications that honour the flag.
     bool isEnabled() const { return mEnabled; }
-    void setEnabled(bool enabled) { mEnabled = enabled; }
+    void setEnabled(bool enabled) { mEnabled = enabled; }  ///< Enables or disables this observer.
 
-    // The list this observer is on, or null while detached.
+    /// The list this observer is on, or null while detached.
     ObserverList* list() const { return mList; }
-    // The next (older) observer on the same list, or null at the end.
+    /// The next (older) observer on the same list, or null at the end.
     Observer* next() const { return mNext; }
 
 private:
@@ -46,31 +48,31 @@ private:
     bool mEnabled = true;
 };
 
-// The head of a subject's observer list: one pointer, null when empty. It is constant-initialised,
-// so a list embedded in a static object is valid before that object's constructor runs.
+/// The head of a subject's observer list: one pointer, null when empty. It is constant-initialised,
+/// so a list embedded in a static object is valid before that object's constructor runs.
 class ObserverList {
 public:
     constexpr ObserverList() = default;
-    // Detaches every remaining observer, so none is left pointing at a dead subject.
+    /// Detaches every remaining observer, so none is left pointing at a dead subject.
     ~ObserverList() { detachAll(); }
 
     ObserverList(const ObserverList&) = delete;
     ObserverList& operator=(const ObserverList&) = delete;
 
-    // The most recently attached observer, or null.
+    /// The most recently attached observer, or null.
     Observer* first() const { return mHead; }
-    bool isEmpty() const { return mHead == nullptr; }
-    // Number of attached observers (walks the list).
+    bool isEmpty() const { return mHead == nullptr; }  ///< True when no observer is attached.
+    /// Number of attached observers (walks the list).
     int count() const;
-    // Detaches every observer, newest first.
+    /// Detaches every observer, newest first.
     void detachAll();
 
-    // Calls callback with event on every observer, newest first. Each observer's successor is
-    // read before the call, so an observer may detach or delete itself inside the callback
-    // (detaching a different observer of the same list during the walk is not supported).
-    // With detachFirst every observer, enabled or not, is detached before its turn and the list
-    // is empty afterwards; disabled observers are never called. Every observer on this list must
-    // be an O.
+    /// Calls callback with event on every observer, newest first. Each observer's successor is
+    /// read before the call, so an observer may detach or delete itself inside the callback
+    /// (detaching a different observer of the same list during the walk is not supported).
+    /// With detachFirst every observer, enabled or not, is detached before its turn and the list
+    /// is empty afterwards; disabled observers are never called. Every observer on this list must
+    /// be an O.
     template <class O, class E>
     void notify(void (O::*callback)(const E&), const E& event, bool detachFirst);
 

@@ -1,4 +1,5 @@
-// XML files read into a tree of named nodes, and values looked up by slash-separated paths.
+/// \file
+/// XML files read into a tree of named nodes, and values looked up by slash-separated paths.
 #pragma once
 
 #include <vanta/memory.h>
@@ -10,52 +11,54 @@
 
 namespace vanta {
 
-// One element of a tree: its name, its trimmed text and links to its parent, children and
-// siblings (document order). Attributes are not kept. Nodes live on the heap (doNew) and are
-// freed only through destroySelfAndHierarchy, which frees the whole subtree without recursion.
-// Not thread-safe: the nodes read from one document share storage, so they belong to one thread
-// at a time, even after being split into several trees.
+/// One element of a tree: its name, its trimmed text and links to its parent, children and
+/// siblings (document order). Attributes are not kept. Nodes live on the heap (doNew) and are
+/// freed only through destroySelfAndHierarchy, which frees the whole subtree without recursion.
+/// Not thread-safe: the nodes read from one document share storage, so they belong to one thread
+/// at a time, even after being split into several trees.
 class XmlNode : public MemoryObject {
 public:
+    /// A node named name with value, not yet in a tree.
     explicit XmlNode(const QString& name, const QString& value = QString());
     XmlNode(const XmlNode&) = delete;
     XmlNode& operator=(const XmlNode&) = delete;
 
-    // Appends child after the current last child, in constant time. A child that still hangs in
-    // a tree is unlinked from there first. Null and this node itself are ignored; adding one of
-    // this node's ancestors would make a cycle and is the caller's error.
+    /// Appends child after the current last child, in constant time. A child that still hangs in
+    /// a tree is unlinked from there first. Null and this node itself are ignored; adding one of
+    /// this node's ancestors would make a cycle and is the caller's error.
     void addChild(XmlNode* child);
-    // Unlinks this node from its parent, then frees it and every node below it. Iterative, so
-    // a tree of any depth is freed without exhausting the stack. The node is gone afterwards.
+    /// Unlinks this node from its parent, then frees it and every node below it. Iterative, so
+    /// a tree of any depth is freed without exhausting the stack. The node is gone afterwards.
     void destroySelfAndHierarchy();
 
-    const QString& getName() const { return mName; }
-    // The element's text after its last child element, white space trimmed at both ends; an
-    // element without text has an empty (not null) value.
+    const QString& getName() const { return mName; }  ///< The element's name.
+    /// The element's text after its last child element, white space trimmed at both ends; an
+    /// element without text has an empty (not null) value.
     const QString& getValue() const { return mValue; }
-    void setValue(QString value) { mValue = std::move(value); }
+    void setValue(QString value) { mValue = std::move(value); }  ///< Replaces the value.
 
-    XmlNode* getParent() const { return mParent; }
-    XmlNode* getFirstChild() const { return mFirstChild; }
-    XmlNode* getLastChild() const { return mLastChild; }
+    XmlNode* getParent() const { return mParent; }  ///< The parent, or null for a root.
+    XmlNode* getFirstChild() const { return mFirstChild; }  ///< The first child, or null.
+    XmlNode* getLastChild() const { return mLastChild; }  ///< The last child, or null.
+    /// The previous sibling, or null.
     XmlNode* getPreviousSibling() const { return mPrevSibling; }
-    XmlNode* getNextSibling() const { return mNextSibling; }
+    XmlNode* getNextSibling() const { return mNextSibling; }  ///< The next sibling, or null.
 
-    // A deep copy of this node and its subtree (without parent or siblings), built without
-    // recursion. Returns null when memory runs out; nothing is leaked then.
+    /// A deep copy of this node and its subtree (without parent or siblings), built without
+    /// recursion. Returns null when memory runs out; nothing is leaked then.
     XmlNode* cloneHierarchy() const;
 
-    // Nodes alive in the process, for tests that check nothing leaks.
+    /// Nodes alive in the process, for tests that check nothing leaks.
     static long liveNodeCount();
 
-    // A node made with new comes from doNew (new gives null when memory runs out); it is freed
-    // by destroySelfAndHierarchy only.
+    /// A node made with new comes from doNew (new gives null when memory runs out); it is freed
+    /// by destroySelfAndHierarchy only.
     static void* operator new(std::size_t size) noexcept;
-    static void operator delete(void* p);  // used only when a constructor throws
+    static void operator delete(void* p);  ///< used only when a constructor throws
 
 private:
     friend class XmlNodeArena;
-    ~XmlNode();  // only destroySelfAndHierarchy frees nodes
+    ~XmlNode();  ///< only destroySelfAndHierarchy frees nodes
     void unlink();
     static void release(XmlNode* node);
 
@@ -63,38 +66,39 @@ private:
     QString mValue;
     XmlNode* mParent = nullptr;
     XmlNode* mFirstChild = nullptr;
-    XmlNode* mLastChild = nullptr;  // keeps addChild constant-time for long child lists
+    XmlNode* mLastChild = nullptr;  ///< keeps addChild constant-time for long child lists
     XmlNode* mPrevSibling = nullptr;
     XmlNode* mNextSibling = nullptr;
-    // The block a reader built this node in (shared with its neighbours in the document, so
-    // that a large tree costs few allocations), or null for a node allocated on its own.
+    /// The block a reader built this node in (shared with its neighbours in the document, so
+    /// that a large tree costs few allocations), or null for a node allocated on its own.
     void* mBlock = nullptr;
 };
 
-// Reads a whole XML file into a tree when constructed. The reader owns the tree until a caller
-// takes the root with takeRootNode (or the reader is destroyed). Documents may be UTF-8,
-// UTF-16 with a byte order mark, ISO-8859-1 or US-ASCII, as their declaration says. External
-// entities and external DTDs are never loaded, and expat's protection against entity expansion
-// attacks stays on. Reading blocks on file input. Not thread-safe.
+/// Reads a whole XML file into a tree when constructed. The reader owns the tree until a caller
+/// takes the root with takeRootNode (or the reader is destroyed). Documents may be UTF-8,
+/// UTF-16 with a byte order mark, ISO-8859-1 or US-ASCII, as their declaration says. External
+/// entities and external DTDs are never loaded, and expat's protection against entity expansion
+/// attacks stays on. Reading blocks on file input. Not thread-safe.
 class XmlReader : public MemoryObject {
 public:
-    // Reads and parses the file at path. Failures end in getErrorsOccurred() and getErrorText():
-    // "Could not open file \"PATH\"" or "Parse error: MESSAGE\nat line: L, column: C".
+    /// Reads and parses the file at path. Failures end in getErrorsOccurred() and getErrorText():
+    /// "Could not open file \"PATH\"" or "Parse error: MESSAGE\nat line: L, column: C".
     explicit XmlReader(const QString& path);
-    // Copies the error text and a deep copy of the tree (when it still holds one).
+    /// Copies the error text and a deep copy of the tree (when it still holds one).
     XmlReader(const XmlReader& other);
+    /// Copies the error text and a deep copy of the tree.
     XmlReader& operator=(const XmlReader& other);
-    // Frees the tree unless a caller took it.
+    /// Frees the tree unless a caller took it.
     ~XmlReader();
 
-    // True when reading failed (the error text is not empty).
+    /// True when reading failed (the error text is not empty).
     bool getErrorsOccurred() const { return !mErrorText.isEmpty(); }
-    // Empty when all went well.
+    /// Empty when all went well.
     const QString& getErrorText() const { return mErrorText; }
-    // The root of the tree, still owned by the reader; null after a failure or after
-    // takeRootNode.
+    /// The root of the tree, still owned by the reader; null after a failure or after
+    /// takeRootNode.
     XmlNode* getRootNode() const { return mRoot; }
-    // Hands the tree to the caller, who frees it (destroySelfAndHierarchy, or an XmlTree).
+    /// Hands the tree to the caller, who frees it (destroySelfAndHierarchy, or an XmlTree).
     XmlNode* takeRootNode();
 
 private:
@@ -104,33 +108,33 @@ private:
     QString mErrorText;
 };
 
-// Finds nodes by paths such as "settings/cache": names separated by "/", where empty pieces
-// (leading, trailing or doubled slashes) do not count. Stateless.
+/// Finds nodes by paths such as "settings/cache": names separated by "/", where empty pieces
+/// (leading, trailing or doubled slashes) do not count. Stateless.
 class XmlPathFinder {
 public:
-    // The node the path leads to from start: its first name must be start's own name, each
-    // further name picks the first child of that name. Null when any step fails or the path
-    // has no name.
+    /// The node the path leads to from start: its first name must be start's own name, each
+    /// further name picks the first child of that name. Null when any step fails or the path
+    /// has no name.
     XmlNode* find(XmlNode* start, const QString& path) const;
-    // The first child of parent (document order) whose name equals name exactly, or null.
+    /// The first child of parent (document order) whose name equals name exactly, or null.
     XmlNode* findChild(XmlNode* parent, const QString& name) const;
 };
 
-// A tree that owns its root and frees it when destroyed.
+/// A tree that owns its root and frees it when destroyed.
 class XmlTree : public MemoryObject {
 public:
-    // Takes ownership of root (which may be null, giving an empty tree).
+    /// Takes ownership of root (which may be null, giving an empty tree).
     explicit XmlTree(XmlNode* root);
     ~XmlTree();
     XmlTree(const XmlTree&) = delete;
     XmlTree& operator=(const XmlTree&) = delete;
 
-    XmlNode* getRootNode() const { return mRoot; }
-    // The value of the node the path leads to from the root, or the null string when there is
-    // no such node.
+    XmlNode* getRootNode() const { return mRoot; }  ///< The root, or null when the tree is empty.
+    /// The value of the node the path leads to from the root, or the null string when there is
+    /// no such node.
     QString getValue(const QString& path) const;
-    // Sets the value of the node the path leads to. Returns false, changing nothing, when there
-    // is no such node; nodes are never created.
+    /// Sets the value of the node the path leads to. Returns false, changing nothing, when there
+    /// is no such node; nodes are never created.
     bool setValue(const QString& path, QString value);
 
 private:

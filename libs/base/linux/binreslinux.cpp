@@ -1,4 +1,4 @@
-// Packaged resources on Linux: the installed resource folder beside the program's bin folder.
+// Packaged resources on Linux: the data folder of the prefix the program is installed in.
 #include <vanta/binres.h>
 
 #include <vanta/system.h>
@@ -24,8 +24,10 @@ QString programFolder() {
 
 }  // namespace
 
+// Resources live where Linux keeps a program's data, PREFIX/share/vanta/Resources, found from
+// PREFIX/bin; the build tree mirrors that beside the built tool.
 QString GetResourceFolder() {
-    return QDir::cleanPath(programFolder() + QStringLiteral("../Resources"));
+    return QDir::cleanPath(programFolder() + QStringLiteral("../share/vanta/Resources"));
 }
 
 QString GetInstalledResourcePath(const QString& type, const QString& name) {
