@@ -240,7 +240,8 @@ TEST(MemoryDialog, LayoutAndDefaults) {
                                d.button0Text, d.button1Text}));
     // The link button looks like a link.
     EXPECT_TRUE(d.updateURLButton->isFlat());
-    EXPECT_EQ(d.updateURLButton->palette().color(QPalette::ButtonText), QColor(0, 0, 204));
+    for (const QPalette::ColorRole role : {QPalette::ButtonText, QPalette::WindowText})
+        EXPECT_EQ(d.updateURLButton->palette().color(role), QColor(0, 0, 204)) << role;
     EXPECT_TRUE(d.updateURLButton->font().underline());
     EXPECT_EQ(d.updateURLButton->cursor().shape(), Qt::PointingHandCursor);
 }

@@ -15,6 +15,10 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 #include <chrono>
 #include <cstdio>
 #include <thread>
@@ -119,6 +123,49 @@ TEST_F(SettingsStoreTest, SaverKilledAtAnyMomentNeverStallsTheNext) {
         EXPECT_EQ(leftovers(), QStringList());
     }
     EXPECT_EQ(countOnDisk(), QStringLiteral("1023"));
+}
+
+TEST_F(SettingsStoreTest, ALiveSaversGuardIsWaitedForThenSavedWithout) {
+    // Another saver holds the guard (a second open file takes its own flock, even in this
+    // process): the remnant is cleared only once the guard is ours, and a guard held past the
+    // wait is saved without, leaving the remnant alone.
+    for (const bool released : {true, false}) {
+        SCOPED_TRACE(released ? "released after 300 ms" : "held throughout");
+        const QString remnant = dir + QStringLiteral("/app.conf.Ab3dE9");
+        plant(remnant, "");
+        const int guard = ::open(QFile::encodeName(file + QStringLiteral(".guard")).constData(),
+                                 O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        ASSERT_GE(guard, 0);
+        ASSERT_EQ(::flock(guard, LOCK_EX), 0);
+        std::thread holder([&] {
+            if (released) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(300));
+                ::close(guard);
+            }
+        });
+        QSettings::Status status = QSettings::FormatError;
+        timedSave(released ? 1 : 2, &status);
+        holder.join();
+        if (!released)
+            ::close(guard);
+        EXPECT_EQ(status, QSettings::NoError);
+        EXPECT_EQ(countOnDisk(), released ? "1" : "2");
+        EXPECT_EQ(QFile::exists(remnant), !released);
+        QFile::remove(remnant);
+    }
+}
+
+TEST_F(SettingsStoreTest, ALockHeldByALiveProcessIsLeftToItsOwner) {
+    QProcess owner;
+    owner.start(QStringLiteral(VANTA_SETTINGS_CHILD), {"holdlock", file});
+    ASSERT_TRUE(owner.waitForReadyRead(10000));
+    ASSERT_EQ(owner.readLine().trimmed(), QByteArray("locked"));
+    QSettings::Status status = QSettings::FormatError;
+    EXPECT_LT(timedSave(7, &status), kNoStallMs);  // the store waits for the owner to finish
+    ASSERT_TRUE(owner.waitForFinished(10000));
+    EXPECT_EQ(owner.readAll().trimmed(), QByteArray("kept"));
+    EXPECT_EQ(status, QSettings::NoError);
+    EXPECT_EQ(countOnDisk(), "7");
 }
 
 TEST_F(SettingsStoreTest, FailedSaveIsReported) {

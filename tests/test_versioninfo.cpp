@@ -195,6 +195,11 @@ TEST_F(VersionInfoTest, OptionsGroupPublishesTheMachine) {
               "osMajor1 osMinor1 osBuild1 osPatch1 firstRunOnThisOS0 osLocale4 ramSize1 "
               "screenWidth1 screenHeight1");
 
+    for (const auto* number : {&options.osMajor, &options.osMinor, &options.osBuild,
+                               &options.osPatch, &options.ramSize, &options.screenWidth,
+                               &options.screenHeight})
+        EXPECT_EQ(number->getDefault(), 0) << number->getName().toStdString();
+
     VersionInfo::storeOsInfo();
     System::OSVersion os;
     int major = -1, minor = -1, build = -1, patch = -1;

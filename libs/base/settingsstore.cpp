@@ -60,8 +60,9 @@ void removeSaveLeftovers(const QString& path) {
 
 QSettings::Status saveSettings(QSettings& settings) {
     const QString path = settings.fileName();
+    // A folder that does not exist yet holds no remnants; the store creates it as it saves.
     int fd = -1;
-    if (!path.isEmpty() && QDir().mkpath(QFileInfo(path).absolutePath()))
+    if (!path.isEmpty())
         fd = ::open(QFile::encodeName(path + QStringLiteral(".guard")).constData(),
                     O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     // Without the guard (an unwritable folder, a saver that never finishes) the save still runs
