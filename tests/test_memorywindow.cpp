@@ -9,9 +9,11 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QImage>
 #include <QLabel>
 #include <QLayout>
+#include <QProcess>
 #include <QPushButton>
 #include <QSettings>
 #include <QTimer>
@@ -32,6 +34,22 @@ using Answer = std::function<void(memoryDialog*)>;
 
 std::unique_ptr<QSettings> userSettings() {
     return std::unique_ptr<QSettings>(VersionInfo::createUserAppSettings());
+}
+
+// The settings file's path, taken before a test runs: making a QSettings later would flush
+// whatever another one left pending.
+QString gSettingsFile;
+
+// The suppression list as a new process reads it from the settings file: what survives a
+// restart, out of reach of this process's settings cache.
+QStringList entriesAfterRestart() {
+    QProcess reader;
+    reader.start(QStringLiteral(VANTA_SETTINGS_CHILD),
+                 {QStringLiteral("read"), gSettingsFile, kEntryList});
+    if (!reader.waitForFinished(10000) || reader.exitCode() != 0)
+        return {QStringLiteral("<reader failed>")};
+    const QString out = QString::fromUtf8(reader.readAllStandardOutput()).trimmed();
+    return out.isEmpty() ? QStringList() : out.split(QLatin1Char(','));
 }
 
 // What the dialog showed while it was up: which of "shown box checked button1 link" held, then
@@ -82,6 +100,7 @@ void tickAndClick1(memoryDialog* d) {
 class MemoryWindowTest : public ::testing::Test {
 protected:
     void SetUp() override {
+        gSettingsFile = userSettings()->fileName();
         userSettings()->clear();
         MemoryWindow::mCurrentEntries.clear();
     }
@@ -118,7 +137,7 @@ TEST_F(MemoryWindowTest, ShowsTheGivenTextsAndHidesNullOnes) {
 
 TEST_F(MemoryWindowTest, TickedBoxSuppressesTheId) {
     EXPECT_EQ(show(tickAndClick1, nullptr, "A"), 1);
-    EXPECT_EQ(userSettings()->value(kEntryList).toStringList(), QStringList{"A"});
+    EXPECT_EQ(entriesAfterRestart(), QStringList{"A"});
     Seen seen;
     EXPECT_EQ(show(clickButton0, &seen, "A"), -2);
     EXPECT_EQ(seen.value(0), "");
@@ -127,7 +146,7 @@ TEST_F(MemoryWindowTest, TickedBoxSuppressesTheId) {
     EXPECT_EQ(show(clickButton0, &seen, "a"), 0);
     EXPECT_EQ(seen.value(0), "shown box button1 link");
     EXPECT_EQ(show(tickAndClick1, nullptr, "B"), 1);
-    EXPECT_EQ(userSettings()->value(kEntryList).toStringList(), (QStringList{"A", "B"}));
+    EXPECT_EQ(entriesAfterRestart(), (QStringList{"A", "B"}));
     // The list survives in the settings, not only in memory.
     MemoryWindow::mCurrentEntries.clear();
     EXPECT_EQ(show(clickButton0, nullptr, "B"), -2);
@@ -150,8 +169,39 @@ TEST_F(MemoryWindowTest, ResetEntryClearsSuppressionWhateverItsValue) {
         EXPECT_EQ(seen.value(0), "shown box button1 link");
         EXPECT_FALSE(userSettings()->contains(QStringLiteral("resetMessages")));
         EXPECT_FALSE(userSettings()->contains(kEntryList));
+        EXPECT_EQ(entriesAfterRestart(), QStringList());
         EXPECT_TRUE(MemoryWindow::mCurrentEntries.isEmpty());
     }
+}
+
+TEST_F(MemoryWindowTest, EveryWriteClearsAKilledSavesRemnants) {
+    // What a save killed midway leaves: a lock file without an owner (which would stall a plain
+    // save for 30 s) and a temporary never renamed over the file.
+    const auto plant = [] {
+        QDir().mkpath(QFileInfo(gSettingsFile).absolutePath());
+        for (const char* suffix : {".lock", ".Ab3dE9"}) {
+            QFile remnant(gSettingsFile + QLatin1String(suffix));
+            if (!remnant.open(QIODevice::WriteOnly))
+                return false;
+        }
+        return true;
+    };
+    const auto cleared = [] {
+        return !QFile::exists(gSettingsFile + ".lock") && !QFile::exists(gSettingsFile + ".Ab3dE9");
+    };
+    ASSERT_TRUE(plant());
+    EXPECT_EQ(show(tickAndClick1, nullptr, "A"), 1);
+    EXPECT_TRUE(cleared()) << "suppressing";
+    userSettings()->setValue(QStringLiteral("resetMessages"), true);
+    ASSERT_TRUE(plant());
+    MemoryWindow::mCurrentEntries.clear();
+    EXPECT_EQ(show(clickButton0, nullptr, "A"), 0);
+    EXPECT_TRUE(cleared()) << "reset on request";
+    userSettings()->setValue(kEntryList, QStringList{"A"});
+    ASSERT_TRUE(plant());
+    MemoryWindow::ResetAllValues();
+    EXPECT_TRUE(cleared()) << "reset";
+    EXPECT_EQ(entriesAfterRestart(), QStringList());
 }
 
 TEST_F(MemoryWindowTest, CorruptSettingsFileShowsTheMessage) {
@@ -190,7 +240,8 @@ TEST(MemoryDialog, LayoutAndDefaults) {
                                d.button0Text, d.button1Text}));
     // The link button looks like a link.
     EXPECT_TRUE(d.updateURLButton->isFlat());
-    EXPECT_EQ(d.updateURLButton->palette().color(QPalette::ButtonText), QColor(0, 0, 204));
+    for (const QPalette::ColorRole role : {QPalette::ButtonText, QPalette::WindowText})
+        EXPECT_EQ(d.updateURLButton->palette().color(role), QColor(0, 0, 204)) << role;
     EXPECT_TRUE(d.updateURLButton->font().underline());
     EXPECT_EQ(d.updateURLButton->cursor().shape(), Qt::PointingHandCursor);
 }

@@ -82,6 +82,7 @@ TEST(SettingGroup, SettingLookups) {
     IntSetting x(g, "x", 1);
     auto* y = new TypedSetting<bool>(g, "y", false);
     TypedSetting<QString> z(g, "z", "zed");
+    EXPECT_EQ(g.getSetting("x"), &x);  // the first one too
     EXPECT_EQ(g.getSetting("z"), &z);
     EXPECT_EQ(g.getSetting(""), nullptr);
     EXPECT_EQ(g.getSetting("X"), nullptr);

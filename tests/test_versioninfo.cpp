@@ -8,6 +8,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QSettings>
 
 #include <gtest/gtest.h>
@@ -161,6 +162,26 @@ TEST_F(VersionInfoTest, FirstRunOnAnotherSystem) {
     EXPECT_EQ(userValue("osName"), current);
 }
 
+TEST_F(VersionInfoTest, FirstRunRecordsClearAKilledSavesRemnants) {
+    // What a save killed midway leaves: a lock file without an owner (which would stall a plain
+    // save for 30 s) and a temporary never renamed over the file.
+    const std::pair<const char*, bool (*)()> writers[] = {
+        {"new version", VersionInfo::isFirstRunNewVersion},
+        {"this system", VersionInfo::isFirstRunOnThisOS}};
+    for (const auto& [label, writer] : writers) {
+        SCOPED_TRACE(label);
+        const QString path = user()->fileName();
+        user()->clear();
+        QDir().mkpath(QFileInfo(path).absolutePath());
+        for (const char* suffix : {".lock", ".Ab3dE9"}) {
+            QFile remnant(path + QLatin1String(suffix));
+            ASSERT_TRUE(remnant.open(QIODevice::WriteOnly));
+        }
+        EXPECT_TRUE(writer());
+        EXPECT_FALSE(QFile::exists(path + ".lock") || QFile::exists(path + ".Ab3dE9"));
+    }
+}
+
 TEST_F(VersionInfoTest, OptionsGroupPublishesTheMachine) {
     VersionOptions& options = VersionInfo::versionOptions;
     ASSERT_EQ(vanta::SettingGroup::getGroup(QStringLiteral("Version")), &options);
@@ -173,6 +194,11 @@ TEST_F(VersionInfoTest, OptionsGroupPublishesTheMachine) {
               "appName4 appVersion4 firstRunNewVersion0 currentRunVersion4 lastVersion4 osName4 "
               "osMajor1 osMinor1 osBuild1 osPatch1 firstRunOnThisOS0 osLocale4 ramSize1 "
               "screenWidth1 screenHeight1");
+
+    for (const auto* number : {&options.osMajor, &options.osMinor, &options.osBuild,
+                               &options.osPatch, &options.ramSize, &options.screenWidth,
+                               &options.screenHeight})
+        EXPECT_EQ(number->getDefault(), 0) << number->getName().toStdString();
 
     VersionInfo::storeOsInfo();
     System::OSVersion os;

@@ -2,6 +2,8 @@
 #include <vanta/versioninfo.h>
 #include <vanta/versioninfo_p.h>
 
+#include <vanta/settingsstore_p.h>
+
 #include <vanta/system.h>
 
 #include <QCoreApplication>
@@ -205,6 +207,7 @@ bool VersionInfo::isFirstRunNewVersion() {
     versionOptions.lastVersion.set(last);
     versionOptions.currentRunVersion.set(running);
     settings->setValue(QStringLiteral("currentVersion"), running);
+    vanta::saveSettings(*settings);
     delete settings;
     return isNew;
 }
@@ -216,6 +219,7 @@ bool VersionInfo::isFirstRunOnThisOS() {
     versionOptions.firstRunOnThisOS.set(isNew);
     if (isNew)
         settings->setValue(QStringLiteral("osName"), current);
+    vanta::saveSettings(*settings);
     delete settings;
     return isNew;
 }

@@ -2,9 +2,11 @@
 #include <vanta/ui/memorywindow.h>
 
 #include <vanta/locales.h>
+#include <vanta/settingsstore_p.h>
 #include <vanta/system.h>
 #include <vanta/versioninfo.h>
 
+#include <QApplication>
 #include <QCheckBox>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -128,6 +130,10 @@ bool MemoryWindow::bInitialized = false;
 int MemoryWindow::ShowMemoryMessage(QWidget* parent, QString id, bool checked, QString caption,
                                     QString text, const QString& button0, const QString& link,
                                     const QString& button1) {
+    // Widgets exist only under a QApplication: creating one under a console application or
+    // none would abort the process.
+    if (!qobject_cast<QApplication*>(QCoreApplication::instance()))
+        return -1;
     if (!MEMDialog) {
         const QByteArray name = caption.toUtf8();
         MEMDialog = new (std::nothrow) memoryDialog(parent, name.constData(), true);
@@ -140,6 +146,7 @@ int MemoryWindow::ShowMemoryMessage(QWidget* parent, QString id, bool checked, Q
     // Any "resetMessages" entry, even false, asks for the reset: writing it is the request.
     if (settings->contains(kResetKey)) {
         settings->remove(kResetKey);
+        saveSettings(*settings);
         ResetAllValues();
     }
 
@@ -175,6 +182,7 @@ int MemoryWindow::ShowMemoryMessage(QWidget* parent, QString id, bool checked, Q
     if (!id.isEmpty() && dialog->checkBox4->isChecked()) {
         mCurrentEntries.append(id);
         settings->setValue(kEntryListKey, mCurrentEntries);
+        saveSettings(*settings);
     }
 
     const int result = dialog->resultCode;
@@ -187,6 +195,7 @@ void MemoryWindow::ResetAllValues() {
     mCurrentEntries.clear();
     std::unique_ptr<QSettings> settings(VersionInfo::createUserAppSettings());
     settings->remove(kEntryListKey);
+    saveSettings(*settings);
 }
 
 }  // namespace vanta

@@ -1,0 +1,63 @@
+// A helper program for the settings suites, run as a separate process:
+//   settingschild save FILE      saves FILE over and over, printing "ready" after the first save
+//                                (the suite kills it at some moment of a save)
+//   settingschild read FILE KEY  prints KEY's value from FILE as a comma-separated list
+//   settingschild holdlock FILE  takes the store's lock on FILE, prints "locked", holds it for
+//                                half a second, then prints "kept" if its lock file is still there
+//   settingschild message        shows the low-memory message without any Qt application object
+//                                and prints the answer code
+#include <vanta/settingsstore_p.h>
+#include <vanta/ui/memorywindow.h>
+
+#include <QFile>
+#include <QLockFile>
+#include <QSettings>
+#include <QThread>
+#include <QString>
+
+#include <cstdio>
+#include <cstring>
+
+int main(int argc, char** argv) {
+    if (argc == 3 && std::strcmp(argv[1], "save") == 0) {
+        QSettings settings(QString::fromLocal8Bit(argv[2]), QSettings::IniFormat);
+        // Large enough that a save takes a while, so kills often land inside one.
+        const QString filler(64 * 1024, QLatin1Char('x'));
+        for (int i = 0;; ++i) {
+            settings.setValue(QStringLiteral("count"), i);
+            settings.setValue(QStringLiteral("filler"), filler + QString::number(i));
+            if (vanta::saveSettings(settings) != QSettings::NoError)
+                return 1;
+            if (i == 0) {
+                std::puts("ready");
+                std::fflush(stdout);
+            }
+        }
+    }
+    if (argc == 4 && std::strcmp(argv[1], "read") == 0) {
+        const QSettings settings(QString::fromLocal8Bit(argv[2]), QSettings::IniFormat);
+        const QStringList value = settings.value(QString::fromLocal8Bit(argv[3])).toStringList();
+        std::printf("%s\n", value.join(QLatin1Char(',')).toUtf8().constData());
+        return settings.status() == QSettings::NoError ? 0 : 1;
+    }
+    if (argc == 3 && std::strcmp(argv[1], "holdlock") == 0) {
+        const QString lockPath = QString::fromLocal8Bit(argv[2]) + QStringLiteral(".lock");
+        QLockFile lock(lockPath);
+        if (!lock.tryLock(10000))
+            return 1;
+        std::puts("locked");
+        std::fflush(stdout);
+        QThread::msleep(500);
+        std::puts(QFile::exists(lockPath) ? "kept" : "gone");
+        return 0;
+    }
+    if (argc == 2 && std::strcmp(argv[1], "message") == 0) {
+        const int code = vanta::MemoryWindow::ShowMemoryMessage(
+            nullptr, QStringLiteral("id"), false, QStringLiteral("Caption"), QStringLiteral("Text"),
+            QStringLiteral("OK"), QString(), QString());
+        std::printf("%d\n", code);
+        return 0;
+    }
+    std::fprintf(stderr, "usage: settingschild save FILE | read FILE KEY | holdlock FILE | message\n");
+    return 2;
+}
