@@ -114,6 +114,7 @@ TEST_F(TimerTest, ObserversAreKeptOnceInOrderAndMayChangeTheListDuringAFiring) {
         log.clear();
         timer.fire();
         EXPECT_EQ(log, row.secondFiring) << row.name;
+        EXPECT_TRUE(timer.remObserver(b)) << "b stays through every change";
     }
 }
 
@@ -218,4 +219,18 @@ TEST_F(TimerTest, DeferredCallsRunOnTheUiThread) {
             EXPECT_EQ(p.thread.load(), QThread::currentThread());
         }
     }
+}
+
+TEST(TimerSyncMethod, DestructionClearsTheTrackersSlot) {
+    struct Nop : Timer::SyncMethod {
+        using SyncMethod::SyncMethod;
+        void execute() override {}
+    };
+    Timer::SyncMethod* tracked = nullptr;
+    {
+        Nop method(&tracked);
+        tracked = &method;
+    }
+    EXPECT_EQ(tracked, nullptr) << "the tracker must learn the call is gone";
+    { Nop untracked; }  // no slot: nothing to clear, nothing touched
 }

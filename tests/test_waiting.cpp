@@ -38,6 +38,9 @@ TEST(Semaphore, CountsUnitsWithinItsLimitsAndRefusesWhenEmpty) {
 }
 
 TEST(Semaphore, WaitsTakeAUnitPostedLaterAndNoneIsLostUnderContention) {
+    // A unit already there is taken by the shortest time-out.
+    Semaphore ready(1);
+    EXPECT_EQ(ready.trywait(1), 0);
     // trywait(-5) waits like wait(); trywait(n) takes a unit posted while it polls.
     for (long timeout : {-5L, 10000L}) {
         Semaphore sem(0);
@@ -85,6 +88,27 @@ TEST(Conditional, TimedWaitReleasesTheLockAndRetakesItAtDepth) {
     lock.unlock();
     lock.unlock();
     EXPECT_EQ(lock.unlock(), -1);
+}
+
+TEST(Conditional, SignalAloneWakesASleepingWaiter) {
+    SpinLock lock;
+    Conditional cond;
+    std::atomic<int> result{1};
+    std::atomic<bool> entered{false};
+    runThreads(2, [&](int i) {
+        if (i == 0) {
+            CSMutex guard(lock);
+            entered = true;
+            result = cond.timedwait(lock, 5000);  // -1 only if the signal never woke it
+            return;
+        }
+        // Once the lock is free again the waiter is inside its wait; give it time to sleep.
+        waitUntil([&] { return entered.load() && lock.trylock() == 0; });
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        cond.signal();
+        lock.unlock();
+    });
+    EXPECT_EQ(result.load(), 0);
 }
 
 TEST(Conditional, SignalAndBroadcastWakeWaiters) {
