@@ -63,6 +63,22 @@ TEST(Semaphore, WaitsTakeAUnitPostedLaterAndNoneIsLostUnderContention) {
     EXPECT_EQ(sem.trywait(), -1);
 }
 
+TEST(Semaphore, PostWakesTheOneSleepingWaiter) {
+    // Long enough after wait() began that the waiter has stopped polling and sleeps.
+    Semaphore sem(0);
+    std::atomic<bool> entered{false};
+    runThreads(2, [&](int i) {
+        if (i == 0) {
+            entered = true;
+            EXPECT_EQ(sem.wait(), 0);
+            return;
+        }
+        waitUntil([&] { return entered.load(); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        EXPECT_EQ(sem.post(), 0);
+    });
+}
+
 TEST(Conditional, TimedWaitReleasesTheLockAndRetakesItAtDepth) {
     SpinLock lock;
     Conditional cond;
