@@ -343,3 +343,18 @@ TEST(HeapManager, ThreadsWithTheirOwnManagersShareOnePool) {
     EXPECT_TRUE(pool->checkHeap(&why)) << why;
     delete pool;
 }
+
+// A fresh process (the "threadsafe" style re-runs this test alone), so no manager has made a
+// default pool before the client sets its own.
+TEST(HeapManagerDeathTest, UsesTheClientsDefaultPool) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto firstManagers = [] {
+        auto* client = new MemoryPool("client", 4194304);
+        HeapManager::sDefaultPool.store(client);
+        HeapManager first(nullptr);
+        HeapManager second(nullptr);
+        return first.getPool() == client && second.getPool() == client &&
+               HeapManager::sDefaultPool.load() == client;
+    };
+    EXPECT_EXIT(std::_Exit(firstManagers() ? 0 : 1), ::testing::ExitedWithCode(0), "");
+}

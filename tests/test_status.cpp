@@ -102,7 +102,10 @@ TEST(ErrorLog, WritesNarrowUtf8LinesAndClosesASharedFileOnce) {
     const int savedFrame = System::sCurFrame;
     const std::pair<int, QString> rows[] = {
         {42, QStringLiteral("hello\n")}, {-3, QStringLiteral("Grüße 東京 🌍\n")},
-        {7, QStringLiteral("cut") + QChar(0) + QStringLiteral("after\n")}, {0, QString()}};
+        {7, QStringLiteral("cut") + QChar(0) + QStringLiteral("after\n")}, {0, QString()},
+        // Lone surrogates, high and low, at the start, middle and end.
+        {1, QChar(0xDC00) + QStringLiteral("a") + QChar(0xD800) + QStringLiteral("b") +
+                QChar(0xD83C)}};
     for (const auto& [frame, message] : rows) {
         System::sCurFrame = frame;
         EXPECT_TRUE(ErrorLog(file, message));
@@ -115,7 +118,9 @@ TEST(ErrorLog, WritesNarrowUtf8LinesAndClosesASharedFileOnce) {
     QFile written(path);
     ASSERT_TRUE(written.open(QIODevice::ReadOnly));
     EXPECT_EQ(written.readAll(),
-              QStringLiteral("42: hello\n-3: Grüße 東京 🌍\n7: cut0: narrow after\n").toUtf8());
+              QStringLiteral("42: hello\n-3: Grüße 東京 🌍\n7: cut0: 1: \uFFFDa\uFFFDb\uFFFD"
+                             "narrow after\n")
+                  .toUtf8());
     EXPECT_TRUE(ErrorLog(nullptr, QStringLiteral("nowhere\n")));
 
     LM_ERROR = stderr;
