@@ -41,7 +41,7 @@ constexpr std::size_t kPayloadOffset = 16;
 constexpr std::size_t kLargeMin = 1024;    // chunks from here on live in trees
 constexpr int kSmallBins = 64;             // index = size / 16, sizes 32..1008
 constexpr int kLargeBins = 4 * (64 - 10);  // four bins per power of two from 1 KiB
-constexpr unsigned kQuickLimit = 16;       // chunks per quick list
+constexpr unsigned kQuickLimit = 64;       // chunks per quick list
 constexpr std::size_t kMaxRequest = std::size_t(1) << 60;
 constexpr std::size_t kPage = 4096;
 
