@@ -2,11 +2,13 @@
 #include <vanta/status.h>
 #include <vanta/system.h>
 
-#include "testsupport.h"
+#include "threadsupport.h"
 
 #include <gtest/gtest.h>
 
+#include <QCoreApplication>
 #include <QFile>
+#include <QTranslator>
 
 #include <cstdio>
 #include <utility>
@@ -92,6 +94,54 @@ TEST(StatusRegistry, FindsTheNewestOfANumberWhateverTheSeverity) {
 
     NetSubsys blank(4243, QStringLiteral(""));  // empty, not null: the name test is isEmpty
     EXPECT_EQ(StatusGetSubsysName(code(3, 4243, 0)), QStringLiteral("Unknown (4243)"));
+}
+
+TEST(StatusRegistry, TwoThreadsRegisterAtOnce) {
+    // Each thread keeps adding and removing subsystems of its own number; the registry's lock
+    // keeps the shared table whole (the thread sanitizer runs this suite too).
+    vantatest::runThreads(2, [](int t) {
+        const unsigned short number = static_cast<unsigned short>(700 + t);
+        for (int n = 0; n < 2000; ++n) {
+            NetSubsys subsys(number, QStringLiteral("T"));
+            EXPECT_EQ(getSubsys(number), &subsys);
+        }
+    });
+    EXPECT_EQ(getSubsys(700), nullptr);
+    EXPECT_EQ(getSubsys(701), nullptr);
+}
+
+// A fresh process (the "threadsafe" style re-runs this test alone), so the tables are first read
+// after the translator is installed.
+TEST(StatusTranslationDeathTest, TablesAndWordsAreTranslatedButNotTheInfoTexts) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    struct Marking : QTranslator {
+        QString translate(const char*, const char* text, const char*, int) const override {
+            return QStringLiteral("<%1>").arg(QString::fromUtf8(text));
+        }
+        bool isEmpty() const override { return false; }
+    };
+    const auto mismatches = [] {
+        static Marking marking;
+        QCoreApplication::installTranslator(&marking);
+        const std::pair<QString, const char*> rows[] = {
+            {StatusGetErrorString(code(3, 0, 0)), "<Invalid argument>"},
+            {StatusGetErrorString(code(3, 0, 22)), "<Attempt to read past end of file>"},
+            {StatusGetErrorString(code(1, 0, 0)), "Action in progress"},
+            {StatusGetSeverityString(code(2, 0, 0)), "<Warning>"},
+            {StatusGetSubsysName(code(3, 9, 0)), "<Invalid>"},
+            {StatusGetPrintable(code(3, 0, 6)), "<<Error>|APP|Error code <File not found> (0x    6)> 6"},
+        };
+        int wrong = 0;
+        for (const auto& [got, expected] : rows) {
+            if (got != QString::fromUtf8(expected)) {
+                std::fprintf(stderr, "got \"%s\", expected \"%s\"\n", got.toUtf8().constData(),
+                             expected);
+                ++wrong;
+            }
+        }
+        return wrong;
+    };
+    EXPECT_EXIT(std::_Exit(mismatches()), ::testing::ExitedWithCode(0), "");
 }
 
 TEST(ErrorLog, WritesNarrowUtf8LinesAndClosesASharedFileOnce) {
