@@ -296,6 +296,41 @@ TEST(Arena, CheckFindsDamage) {
     }
 }
 
+TEST(ArenaDeathTest, FreeStopsTheProcessOnABlockItCannotTakeBack) {
+    // Going on would hand one block to two callers, or give pool A a block of pool B.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    constexpr unsigned long kRegion = 4194304;
+    const struct {
+        const char* name;
+        void (*misuse)();
+        const char* message;
+    } rows[] = {
+        {"small block freed twice", [] {
+             MemoryPool pool("a", kRegion);
+             void* p = pool.malloc(64);
+             pool.free(p);
+             pool.free(p);
+         }, "free\\(\\): double free detected: 0x[0-9a-f]+"},
+        {"large block freed twice", [] {
+             MemoryPool pool("a", kRegion);
+             void* p = pool.malloc(64 * 1024);
+             pool.malloc(64);  // keeps the block from merging into the free space after it
+             pool.free(p);
+             pool.free(p);
+         }, "free\\(\\): double free detected: 0x[0-9a-f]+"},
+        {"block of another pool", [] {
+             MemoryPool a("a", kRegion), b("b", kRegion);
+             a.free(b.malloc(64));
+         }, "free\\(\\): pointer not from this pool: 0x[0-9a-f]+"},
+        {"pointer inside a block", [] {
+             MemoryPool pool("a", kRegion);
+             pool.free(static_cast<char*>(pool.malloc(256)) + 64);
+         }, "free\\(\\): "},
+    };
+    for (const auto& row : rows)
+        EXPECT_DEATH(row.misuse(), row.message) << row.name;
+}
+
 TEST(Arena, BadRequestsAndRefusedMapsGiveNullAndTheArenaStillWorks) {
     TestArena t(64 * 1024);
     for (std::size_t n : {~std::size_t(0), ~std::size_t(0) - 8, std::size_t(1) << 61})

@@ -70,6 +70,7 @@ TEST_F(CacheObserverTest, AgeingProtectsTheLastFiveFrames) {
     const Row rows[] = {
         {"current minus 4 is protected", {96}, -1, 0},
         {"current minus 5 qualifies", {95}, 0, 0},
+        {"frame 0 is a frame like any other", {0}, 0, 0},
         {"oldest wins", {90, 50, 95}, 1, 0},
         {"tie goes to the newest attached", {50, 50}, 1, 0},
         {"negative answers are never chosen", {-1, 97}, -1, 1},

@@ -42,6 +42,7 @@ QStringList list(const char* spaced) {
 
 TEST(Locales, CurrentLocaleStartsAsEnUs) {
     EXPECT_EQ(System::getCurrentLocale(), QStringLiteral("en_US"));
+    EXPECT_TRUE(System::doesAppOwnDocumentType());
 }
 
 TEST(Locales, PlatformListFromTheEnvironment) {
@@ -137,13 +138,17 @@ TEST(Browser, OpensWithSpacesEscapedAndRefusesBadAddresses) {
     sLastLaunchSucceded = true;
     EXPECT_FALSE(System::LaunchExternalBrowser(QString()));
     EXPECT_TRUE(sLastLaunchSucceded);  // an empty address is refused before any attempt
-    for (const char* bad : {"http://", "relative/page.html", "http://host/<a>"}) {
+    for (const char* bad : {"http://", "https://", "relative/page.html", "http://host/<a>"}) {
         EXPECT_FALSE(System::LaunchExternalBrowser(QString::fromUtf8(bad))) << bad;
         EXPECT_FALSE(sLastLaunchSucceded) << bad;
     }
     EXPECT_TRUE(System::LaunchExternalBrowser(QStringLiteral("http://h/a b/c?q=x y"), true, true));
     EXPECT_TRUE(sLastLaunchSucceded);
     EXPECT_TRUE(vantatest::waitUntil([&] { return log() == "1|http://h/a%20b/c?q=x%20y\n"; }))
+        << log().constData();
+    // Other schemes need no host.
+    EXPECT_TRUE(System::LaunchExternalBrowser(QStringLiteral("file:///tmp/page.html")));
+    EXPECT_TRUE(vantatest::waitUntil([&] { return log().endsWith("1|file:///tmp/page.html\n"); }))
         << log().constData();
 
     ScopedEnv nowhere("PATH", (bin + "/nothing-here").toUtf8().constData());

@@ -6,6 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+#include <signal.h>
+
 #include <atomic>
 #include <chrono>
 #include <thread>
@@ -160,8 +163,33 @@ TEST(TestThenAdd, ReturnsPreviousValueAndIsAtomic) {
 }
 
 TEST(System, SleepWaitsAboutTheRequestedTime) {
-    const auto start = Clock::now();
-    EXPECT_EQ(System::sleep(30), 0);
-    EXPECT_GE(msSince(start), 29);
+    for (int ms : {30, 1500}) {  // whole seconds and the rest
+        const auto start = Clock::now();
+        EXPECT_EQ(System::sleep(ms), 0);
+        EXPECT_GE(msSince(start), ms - 1);
+    }
     EXPECT_EQ(System::sleep(0), 0);
+
+    // -1 sleeps until a signal cuts the sleep short, and says so with -1.
+    struct sigaction wake {}, saved {};
+    wake.sa_handler = [](int) {};
+    ASSERT_EQ(sigaction(SIGUSR1, &wake, &saved), 0);
+    std::atomic<int> result{1};
+    std::atomic<bool> asleep{false};
+    pthread_t sleeper{};
+    runThreads(2, [&](int i) {
+        if (i == 0) {
+            sleeper = pthread_self();
+            asleep = true;
+            result = System::sleep(-1);
+            return;
+        }
+        waitUntil([&] { return asleep.load(); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        EXPECT_EQ(result.load(), 1) << "sleep(-1) returned at once";
+        // Signal until the sleep is over: one sent before the sleep began would be lost.
+        waitUntil([&] { return pthread_kill(sleeper, SIGUSR1), result.load() != 1; });
+    });
+    EXPECT_EQ(result.load(), -1);
+    sigaction(SIGUSR1, &saved, nullptr);
 }

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <cstring>
 #include <random>
@@ -74,16 +76,22 @@ TEST(MemoryPool, EveryRegionIsRecordedDecidesMembershipAndGoesBackOnDestruction)
         EXPECT_EQ(MemoryPool::isPointerFromPool(row.p), row.expected) << row.name;
 
     std::vector<void*> blocks;
+    const unsigned long reported = pool->getAllocatedMemory();
     for (unsigned long size : {100ul, 3 * kMiB, 5 * kMiB, 2 * kMiB, 200ul, 9 * kMiB}) {
         blocks.push_back(pool->malloc(size));
         ASSERT_NE(blocks.back(), nullptr) << size;
         EXPECT_TRUE(MemoryPool::isPointerFromPool(blocks.back()));
     }
+    EXPECT_EQ(pool->getAllocatedMemory(), reported) << "only managers report bytes";
     const std::vector<MMapRange> ranges = pool->getRanges();
     EXPECT_GE(ranges.size(), 4u);
     unsigned long mapped = 0;
     for (const MMapRange& r : ranges) {
         EXPECT_TRUE(listed(MemoryPool::allRanges(), r.base));
+        // Growth comes in 4 MiB steps; only a block past a step gets a region of its own size.
+        if (r.base != first.base) {
+            EXPECT_TRUE(r.size % (4 * kMiB) == 0 || r.size > 4 * kMiB) << r.size;
+        }
         mapped += r.size;
     }
     EXPECT_EQ(pool->getMappedBytes(), mapped);
@@ -92,8 +100,11 @@ TEST(MemoryPool, EveryRegionIsRecordedDecidesMembershipAndGoesBackOnDestruction)
     EXPECT_TRUE(pool->checkHeap(&why)) << why;
 
     delete pool;
-    for (const MMapRange& r : ranges)
+    for (const MMapRange& r : ranges) {
         EXPECT_FALSE(listed(MemoryPool::allRanges(), r.base));
+        unsigned char resident;
+        EXPECT_EQ(mincore(r.base, 1, &resident), -1) << "the region is still mapped";
+    }
     for (void* p : blocks)
         EXPECT_FALSE(MemoryPool::isPointerFromPool(p));
     EXPECT_FALSE(MemoryPool::isPointerFromPool(base));
@@ -342,4 +353,19 @@ TEST(HeapManager, ThreadsWithTheirOwnManagersShareOnePool) {
     std::string why;
     EXPECT_TRUE(pool->checkHeap(&why)) << why;
     delete pool;
+}
+
+// A fresh process (the "threadsafe" style re-runs this test alone), so no manager has made a
+// default pool before the client sets its own.
+TEST(HeapManagerDeathTest, UsesTheClientsDefaultPool) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto firstManagers = [] {
+        auto* client = new MemoryPool("client", 4194304);
+        HeapManager::sDefaultPool.store(client);
+        HeapManager first(nullptr);
+        HeapManager second(nullptr);
+        return first.getPool() == client && second.getPool() == client &&
+               HeapManager::sDefaultPool.load() == client;
+    };
+    EXPECT_EXIT(std::_Exit(firstManagers() ? 0 : 1), ::testing::ExitedWithCode(0), "");
 }

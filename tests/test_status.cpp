@@ -2,11 +2,13 @@
 #include <vanta/status.h>
 #include <vanta/system.h>
 
-#include "testsupport.h"
+#include "threadsupport.h"
 
 #include <gtest/gtest.h>
 
+#include <QCoreApplication>
 #include <QFile>
+#include <QTranslator>
 
 #include <cstdio>
 #include <utility>
@@ -94,6 +96,54 @@ TEST(StatusRegistry, FindsTheNewestOfANumberWhateverTheSeverity) {
     EXPECT_EQ(StatusGetSubsysName(code(3, 4243, 0)), QStringLiteral("Unknown (4243)"));
 }
 
+TEST(StatusRegistry, TwoThreadsRegisterAtOnce) {
+    // Each thread keeps adding and removing subsystems of its own number; the registry's lock
+    // keeps the shared table whole (the thread sanitizer runs this suite too).
+    vantatest::runThreads(2, [](int t) {
+        const unsigned short number = static_cast<unsigned short>(700 + t);
+        for (int n = 0; n < 2000; ++n) {
+            NetSubsys subsys(number, QStringLiteral("T"));
+            EXPECT_EQ(getSubsys(number), &subsys);
+        }
+    });
+    EXPECT_EQ(getSubsys(700), nullptr);
+    EXPECT_EQ(getSubsys(701), nullptr);
+}
+
+// A fresh process (the "threadsafe" style re-runs this test alone), so the tables are first read
+// after the translator is installed.
+TEST(StatusTranslationDeathTest, TablesAndWordsAreTranslatedButNotTheInfoTexts) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    struct Marking : QTranslator {
+        QString translate(const char*, const char* text, const char*, int) const override {
+            return QStringLiteral("<%1>").arg(QString::fromUtf8(text));
+        }
+        bool isEmpty() const override { return false; }
+    };
+    const auto mismatches = [] {
+        static Marking marking;
+        QCoreApplication::installTranslator(&marking);
+        const std::pair<QString, const char*> rows[] = {
+            {StatusGetErrorString(code(3, 0, 0)), "<Invalid argument>"},
+            {StatusGetErrorString(code(3, 0, 22)), "<Attempt to read past end of file>"},
+            {StatusGetErrorString(code(1, 0, 0)), "Action in progress"},
+            {StatusGetSeverityString(code(2, 0, 0)), "<Warning>"},
+            {StatusGetSubsysName(code(3, 9, 0)), "<Invalid>"},
+            {StatusGetPrintable(code(3, 0, 6)), "<<Error>|APP|Error code <File not found> (0x    6)> 6"},
+        };
+        int wrong = 0;
+        for (const auto& [got, expected] : rows) {
+            if (got != QString::fromUtf8(expected)) {
+                std::fprintf(stderr, "got \"%s\", expected \"%s\"\n", got.toUtf8().constData(),
+                             expected);
+                ++wrong;
+            }
+        }
+        return wrong;
+    };
+    EXPECT_EXIT(std::_Exit(mismatches()), ::testing::ExitedWithCode(0), "");
+}
+
 TEST(ErrorLog, WritesNarrowUtf8LinesAndClosesASharedFileOnce) {
     const QString path = vantatest::scratchDir() + "/log.txt";
     FILE* file = std::fopen(QFile::encodeName(path).constData(), "w");
@@ -102,7 +152,10 @@ TEST(ErrorLog, WritesNarrowUtf8LinesAndClosesASharedFileOnce) {
     const int savedFrame = System::sCurFrame;
     const std::pair<int, QString> rows[] = {
         {42, QStringLiteral("hello\n")}, {-3, QStringLiteral("Grüße 東京 🌍\n")},
-        {7, QStringLiteral("cut") + QChar(0) + QStringLiteral("after\n")}, {0, QString()}};
+        {7, QStringLiteral("cut") + QChar(0) + QStringLiteral("after\n")}, {0, QString()},
+        // Lone surrogates, high and low, at the start, middle and end.
+        {1, QChar(0xDC00) + QStringLiteral("a") + QChar(0xD800) + QStringLiteral("b") +
+                QChar(0xD83C)}};
     for (const auto& [frame, message] : rows) {
         System::sCurFrame = frame;
         EXPECT_TRUE(ErrorLog(file, message));
@@ -115,7 +168,9 @@ TEST(ErrorLog, WritesNarrowUtf8LinesAndClosesASharedFileOnce) {
     QFile written(path);
     ASSERT_TRUE(written.open(QIODevice::ReadOnly));
     EXPECT_EQ(written.readAll(),
-              QStringLiteral("42: hello\n-3: Grüße 東京 🌍\n7: cut0: narrow after\n").toUtf8());
+              QStringLiteral("42: hello\n-3: Grüße 東京 🌍\n7: cut0: 1: \uFFFDa\uFFFDb\uFFFD"
+                             "narrow after\n")
+                  .toUtf8());
     EXPECT_TRUE(ErrorLog(nullptr, QStringLiteral("nowhere\n")));
 
     LM_ERROR = stderr;

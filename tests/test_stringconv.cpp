@@ -33,6 +33,9 @@ TEST(StringConv, SurrogatesCombineOnlyWhenPaired) {
         {"zero inside", {'a', 0, 'b'}, {'a', 0, 'b'}},
         // Long enough for the block fast paths, with a pair straddling a block edge.
         {"pair across block", u"0123456\U0001F600" u"9abcdefgh", L"0123456\U0001F600" L"9abcdefgh"},
+        // U+FFFF is the last unit that stands alone; U+10000 the first that needs a pair.
+        {"first plane's end", {0xFFFF, 0xD800, 0xDC00}, {0xFFFF, 0x10000}},
+        {"first plane's end in a block", u"0123456\uFFFF" u"abcdefgh", L"0123456\uFFFF" L"abcdefgh"},
     };
     for (const Row& row : rows) {
         std::wstring padded = row.utf32;
@@ -87,6 +90,8 @@ TEST(Utf8OStream, EncodesEachUnitOnItsOwn) {
         // Long enough for the block-wise count and encode, with the zero past the first block.
         {std::u16string(u"0123456789\u00e9\u4e2dabcd") + u'\0' + u"tail",
          "0123456789\xc3\xa9\xe4\xb8\xad" "abcd"},
+        // Past the point where the block-wise byte count must fold its counters.
+        {std::u16string(140000, u'\u4e2d'), QByteArray("\xe4\xb8\xad").repeated(140000)},
     };
     for (size_t i = 0; i < std::size(rows); ++i) {
         Utf8OStream stream;

@@ -45,7 +45,7 @@ TEST(OSVersion, KernelReleases) {
         {"6.1.0-18-amd64", {6, 1, 0, 18}}, {"6.18.44-fc-v595", {6, 18, 44, 0}},
         {"5.15.0-1051-azure", {5, 15, 0, 1051}}, {"4.19.0", {4, 19, 0, 0}},
         {"6.5.0rc1+", {6, 5, 0, 0}}, {"", {0, 0, 0, 0}}, {"garbage", {0, 0, 0, 0}},
-        {"99999999999999.1.2-3", {999999999, 1, 2, 3}}};
+        {"99999999999999.1.2-3", {999999999, 1, 2, 3}}, {"-7", {0, 0, 0, 7}}};
     for (const auto& [release, expected] : rows) {
         int got[4] = {-1, -1, -1, -1};
         sysinfo::parseKernelRelease(release, got[0], got[1], got[2], got[3]);
@@ -126,10 +126,22 @@ TEST(Memory, FiguresAgreeWithProcMeminfo) {
         << physical << " " << virtual_;
 }
 
+TEST(Processor, NoVectorUnitsOrProviderStatsHere) {
+    // Answers for features this platform does not have: callers take the plain paths.
+    EXPECT_FALSE(System::supportsIntelMMX());
+    EXPECT_FALSE(System::supportsIntelSIMD());
+    unsigned long size = 99;
+    EXPECT_FALSE(System::loadProviderStats(nullptr, size));
+    EXPECT_EQ(size, 0u);
+    EXPECT_FALSE(System::saveProviderStats(nullptr, 0));
+}
+
 TEST(GUID, FreshRfc4122Values) {
     const System::GUID a = System::getGUID();
     const System::GUID b = System::getGUID();
     EXPECT_NE(a, b);
+    const System::GUID copy = a;
+    EXPECT_EQ(copy, a);
     // In RFC 4122 byte order the version nibble leads byte 6 and the variant bits lead byte 8.
     EXPECT_EQ(a.bytes[6] >> 4, 4);
     EXPECT_EQ(a.bytes[8] & 0xC0, 0x80);

@@ -2,7 +2,7 @@
 //
 // Chunk layout (every chunk starts at a 16-byte boundary):
 //   +0  prevFoot  the previous chunk's size, valid only while that chunk is free
-//   +8  head      this chunk's size | kCInUse | kPInUse
+//   +8  head      this chunk's size | kQuick | kCInUse | kPInUse
 //   +16 payload   (a free chunk keeps its two links here)
 // A chunk in use lends the next chunk's prevFoot word to its payload, so its overhead is one word
 // and a block of n bytes takes a chunk of round16(n + 8) bytes, at least 32.
@@ -35,13 +35,14 @@ namespace {
 constexpr std::size_t kAlign = 16;
 constexpr std::size_t kPInUse = 1;  // the previous chunk is in use
 constexpr std::size_t kCInUse = 2;  // this chunk is in use
+constexpr std::size_t kQuick = 4;   // this chunk waits in a quick list (still marked in use)
 constexpr std::size_t kFlags = kAlign - 1;
 constexpr std::size_t kMinChunk = 32;
 constexpr std::size_t kPayloadOffset = 16;
 constexpr std::size_t kLargeMin = 1024;    // chunks from here on live in trees
 constexpr int kSmallBins = 64;             // index = size / 16, sizes 32..1008
 constexpr int kLargeBins = 4 * (64 - 10);  // four bins per power of two from 1 KiB
-constexpr unsigned kQuickLimit = 16;       // chunks per quick list
+constexpr unsigned kQuickLimit = 64;       // chunks per quick list
 constexpr std::size_t kMaxRequest = std::size_t(1) << 60;
 constexpr std::size_t kPage = 4096;
 
@@ -192,6 +193,7 @@ struct ArenaState {
     std::uint64_t smallMap = 0;       // bit i: smallBins[i] is not empty
     std::uint64_t largeMap[4] = {};   // bit i: largeBins[i] is not empty
     Region* regions = nullptr;        // the first region is always last in this list
+    Region* lastFreed = nullptr;      // the region of the last chunk freed, tried first
     DirectMapFn directMap;
     MapFn map;
     BreakFn brk;
@@ -209,6 +211,39 @@ struct ArenaState {
     void exit() {
         if (locked)
             lock.exit();
+    }
+
+    // Why freeing c would damage the heap, or null when it is a chunk of ours in use: inside one
+    // of this arena's regions (the last one a free found is tried first), marked in use and not
+    // waiting in a quick list. The size is checked by badSize, on the path that reads the
+    // neighbour anyway: a quick-listed free touches no other chunk, and stays that cheap.
+    const char* badFree(const Chunk* c) {
+        const auto inside = [c](const Region* r) {
+            return r && reinterpret_cast<const char*>(c) >= reinterpret_cast<char*>(r->first) &&
+                   reinterpret_cast<const char*>(c) < reinterpret_cast<char*>(r->fence);
+        };
+        if (!inside(lastFreed)) {
+            Region* r = regions;
+            while (r && !inside(r))
+                r = r->next;
+            if (!r)
+                return "pointer not from this pool";
+            lastFreed = r;
+        }
+        if ((c->head & (kCInUse | kQuick)) != kCInUse)
+            return "double free detected";
+        return nullptr;
+    }
+
+    // Why c's size cannot be trusted, or null when it ends inside c's region (found by badFree)
+    // at a chunk that records c as in use.
+    const char* badSize(Chunk* c) const {
+        const std::size_t size = sizeOf(c);
+        if (size < kMinChunk ||
+            reinterpret_cast<char*>(c) + size > reinterpret_cast<char*>(lastFreed->fence) ||
+            !prevInUse(at(c, size)))
+            return "invalid size (a damaged chunk, or not the start of a block)";
+        return nullptr;
     }
 
     void insertFree(Chunk* c) {
@@ -319,6 +354,7 @@ struct ArenaState {
             Chunk* prev = reinterpret_cast<Chunk*>(reinterpret_cast<char*>(c) - c->prevFoot);
             removeFree(prev);
             size += sizeOf(prev);
+            c->head = 0;  // now inside prev: a second free of it must not find "in use" here
             c = prev;
         }
         Chunk* next = at(c, size);
@@ -403,6 +439,8 @@ struct ArenaState {
         while (*link != region)
             link = &(*link)->next;
         *link = region->next;
+        if (lastFreed == region)
+            lastFreed = nullptr;
         --regionCount;
         footprint -= region->size;
         unmap(region->base, region->size, user);
@@ -493,6 +531,7 @@ void* malloc(Arena a, std::size_t n) {
         const int i = int(size >> 4);
         if (Chunk* c = a->quick[i]) {
             a->quick[i] = c->fd;
+            c->head &= ~kQuick;
             --a->quickCount[i];
             a->quickBytes -= size;
             a->inUseBytes += size;
@@ -517,10 +556,20 @@ void free(Arena a, void* p) {
         return;
     a->enter();
     Chunk* c = chunkOf(p);
+    const char* fault = a->badFree(c);  // first: it reads nothing outside this arena's regions
     const std::size_t size = sizeOf(c);
-    a->inUseBytes -= size;
     const int i = int(size >> 4);
-    if (size < kLargeMin && a->quickCount[i] < kQuickLimit) {
+    const bool quick = size < kLargeMin && a->quickCount[i] < kQuickLimit;
+    if (!fault && !quick)
+        fault = a->badSize(c);
+    if (fault) {
+        // Going on would hand the block out twice or corrupt the heap for later callers.
+        std::fprintf(stderr, "free(): %s: %p\n", fault, p);
+        std::abort();
+    }
+    a->inUseBytes -= size;
+    if (quick) {
+        c->head |= kQuick;
         c->fd = a->quick[i];
         a->quick[i] = c;
         ++a->quickCount[i];

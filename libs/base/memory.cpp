@@ -5,7 +5,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 
 namespace vanta {
 
@@ -70,13 +69,17 @@ std::atomic<MemoryPool*> HeapManager::sDefaultPool{nullptr};
 
 HeapManager::HeapManager(MemoryPool* pool) : mPool(pool) {
     if (!mPool) {
-        // Built once even when several threads make their first managers at the same time.
-        static std::once_flag once;
-        std::call_once(once, [] {
-            sDefaultPool.store(new MemoryPool("default", kDefaultPoolSize),
-                               std::memory_order_release);
-        });
+        // The client's default pool when it set one; otherwise one is made, and when several
+        // threads make their first managers at once, one pool wins and the others are dropped.
         mPool = sDefaultPool.load(std::memory_order_acquire);
+        if (!mPool) {
+            auto* fresh = new MemoryPool("default", kDefaultPoolSize);
+            if (sDefaultPool.compare_exchange_strong(mPool, fresh, std::memory_order_acq_rel,
+                                                     std::memory_order_acquire))
+                mPool = fresh;
+            else
+                delete fresh;
+        }
     }
     if (mPool)
         TestThenAdd(mPool->refCount(), 1);

@@ -206,13 +206,32 @@ const QString& StatusGetErrorString(unsigned int code) {
 
 // ---- Log streams ----
 
+namespace {
+
+// UTF-8 of message with every lone surrogate as U+FFFD, the character a reader expects for it
+// (toUtf8 alone writes '?'). The message is copied only when it holds one.
+QByteArray logBytes(const QString& message) {
+    QString text = message;
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        if (!text.at(i).isSurrogate())
+            continue;
+        if (text.at(i).isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate())
+            ++i;  // a whole pair
+        else
+            text[i] = QChar::ReplacementCharacter;
+    }
+    return text.toUtf8();
+}
+
+}  // namespace
+
 bool ErrorLog(FILE* stream, const QString& message) {
     if (!stream)
         return true;
     // Narrow bytes only: one wide write would turn the stream wide for good, and every narrow
     // writer after it (standard error is shared) would lose its output. "%s" stops at the first
     // zero character, as the message's C string would.
-    std::fprintf(stream, "%d: %s", System::sCurFrame, message.toUtf8().constData());
+    std::fprintf(stream, "%d: %s", System::sCurFrame, logBytes(message).constData());
     std::fflush(stream);
     return true;
 }

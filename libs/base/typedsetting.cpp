@@ -7,6 +7,7 @@
 
 #include <zlib.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -75,11 +76,21 @@ template <>
 void TypedSetting<int>::fromString(const QString& text) {
     // The toolkit's stream reading: leading blanks skipped, a sign allowed, reading stops at
     // the first character that is not part of the number, unreadable text gives 0.
+    // A number past the int range saturates, as setVal does.
     QString copy = text;
     QTextStream stream(&copy, QIODevice::ReadOnly);
-    int value = 0;
-    stream >> value;
-    set(value);
+    qlonglong wide = 0;
+    stream >> wide;
+    // The stream wraps past 64 bits silently; the text it took tells such a number apart.
+    bool fits = true;
+    const QString taken = copy.left(qsizetype(stream.pos())).trimmed();
+    if (stream.status() == QTextStream::Ok)
+        taken.toLongLong(&fits, 0);
+    if (!fits)
+        wide = taken.startsWith(u'-') ? std::numeric_limits<qlonglong>::min()
+                                      : std::numeric_limits<qlonglong>::max();
+    set(int(std::clamp<qlonglong>(wide, std::numeric_limits<int>::min(),
+                                  std::numeric_limits<int>::max())));
 }
 
 template <>
