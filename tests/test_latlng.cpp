@@ -264,9 +264,21 @@ TEST(LatLng, PublicPatternsHoldOneGroupAroundThePointForms) {
         EXPECT_EQ(value.match(QString::fromUtf8(text)).hasMatch(), text[2] != ',') << text;
     const QRegularExpression pair(LatLngPair::kREPattern);
     EXPECT_EQ(pair.captureCount(), 1);
-    const QRegularExpressionMatch found = pair.match(QString::fromUtf8("seen at (37°30'N 122.25W) today"));
-    ASSERT_TRUE(found.hasMatch());
-    EXPECT_EQ(found.captured(1), QString::fromUtf8("37°30'N 122.25W"));
+    // Each alternative of the pair pattern, found in free text: what group 1 holds (empty: no match).
+    const std::pair<const char*, const char*> rows[] = {
+        {"seen at (37°30'N 122.25W) today", "37°30'N 122.25W"},   // letters after
+        {"seen at (N37°30' W122.25) today", "N37°30' W122.25"},   // letters before
+        {"seen at (s 12.5 / e 7) today", "s 12.5 / e 7"},
+        {"moved to -37.5, +122.25 today", "-37.5, +122.25"},      // signs before
+        {"moved to - 37.5/122 today", "- 37.5/122"},
+        {"moved to 37.5 122.25 today", " 37.5 122.25"},           // signs are optional
+        {"moved to 37,5 122,25 today", " 37,5"},                  // a comma separates the values
+        {"moved to (x) today", ""},
+    };
+    for (const auto& [text, captured] : rows) {
+        const QRegularExpressionMatch found = pair.match(QString::fromUtf8(text));
+        EXPECT_EQ(found.captured(1), QString::fromUtf8(captured)) << text;
+    }
 }
 
 TEST(LatLng, NumbersConvertAsTheToolkitConvertsThem) {
