@@ -8,6 +8,9 @@
 
 #include <QRegularExpression>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <cmath>
 #include <cstring>
@@ -99,6 +102,11 @@ TEST_P(Engines, ReadersTable) {
 }
 
 TEST_P(Engines, AttemptsAloneNeverWriteTheResult) {
+    EXPECT_EQ(LatLngValue().value(), 0.0);  // before any attempt
+    EXPECT_EQ(LatValue().value(), 0.0);
+    EXPECT_EQ(LngValue().value(), 0.0);
+    EXPECT_EQ(LatLngPair().latitude(), 0.0);
+    EXPECT_EQ(LatLngPair().longitude(), 0.0);
     double result = kUntouched, longitude = kUntouched;
     LatLngValue value(&result);
     EXPECT_FALSE(value.TryDF("12 30", false));
@@ -117,6 +125,25 @@ TEST_P(Engines, AttemptsAloneNeverWriteTheResult) {
     EXPECT_FALSE(pair.ParseFrom("95N 10E"));
     EXPECT_EQ(result, kUntouched);
     EXPECT_EQ(longitude, kUntouched);
+}
+
+TEST_P(Engines, ViewsAreReadWithinTheirBounds) {
+    // Each text ends flush against an inaccessible page, so a read past the view faults.
+    const long page = sysconf(_SC_PAGESIZE);
+    void* const map = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(map, MAP_FAILED);
+    ASSERT_EQ(mprotect(static_cast<char*>(map) + page, page, PROT_NONE), 0);
+    const QString texts[] = {"12", "12.5", "12.", "12,5", "12\u00b0", "12\u00b030'", "12\u00b030'36\"",
+                             "12 30 36''", u16(u"12\xd835"), u16(u"1\U0001d7ce")};
+    for (const QString& text : texts) {
+        char16_t* const at = reinterpret_cast<char16_t*>(static_cast<char*>(map) + page) - text.size();
+        std::memcpy(at, text.utf16(), text.size() * sizeof(char16_t));
+        double expected = kUntouched, got = kUntouched;
+        EXPECT_EQ(LatLngValue::Parse(QStringView(at, text.size()), &got), LatLngValue::Parse(text, &expected))
+            << text.toStdString();
+        EXPECT_EQ(got, expected) << text.toStdString();
+    }
+    munmap(map, 2 * page);
 }
 
 TEST_P(Engines, BadInputIsRejectedAndWritesNothing) {
