@@ -311,6 +311,7 @@ TEST(LatLng, PublicPatternsHoldOneGroupAroundThePointForms) {
 TEST(LatLng, NumbersConvertAsTheToolkitConvertsThem) {
     std::vector<QString> texts = {"", ".", "12.", ".5", "0.", "1.2.3", "00012.500", " 5", "5 ",
                                   "1e5", "+5", "-5", "inf", "nan", u16(u"\u0661"),
+                                  u16(u"\u0131\u0132"),  // each 256 past a digit
                                   QString(126, u'9'), "0." + QString(124, u'0') + "7",
                                   QString(400, u'9'), "0." + QString(400, u'0') + "1"};
     std::mt19937 random(5);
