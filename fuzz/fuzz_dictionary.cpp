@@ -55,6 +55,11 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size) {
         const bool ok = vanta::ResourceDictionary::decodeDictionaryEntryString(line, key, value);
         check(ok == decodeByPattern(line, expectedKey, expectedValue));
         check(key == expectedKey && value == expectedValue);
+        // Inserting the line adds exactly that entry, or changes nothing when it does not decode.
+        vanta::ResourceDictionary single;
+        check(single.insertEntryFromString(line) == ok);
+        check(single.entries().size() == (ok ? 1 : 0));
+        check(!ok || single.entries().value(key) == value);
     }
     return 0;
 }

@@ -101,8 +101,14 @@ TEST(DateTimeText, PrintedAndReadForms) {
         {{2005, 1, 1, 0, 0, 0, 1, 0}, "2005-01-01T00:00:00+01:00", true},     // zoned midnight is in full
         {{-44, 3, 15, 0, 0, 0, 0, 0}, "-044-03-15", true},                    // the sign takes a digit
         {{-5, 12, 31, 23, 59, 59, -1, 0}, "-005-12-31T23:59:59-01:00", true},
+        {{2005, 3, 17, 24, 0, 0, 0, 0}, "2005-03-17T24:00:00Z", true},  // the end of the day
+        {{2005, 3, 17, 24, 0, 0, -5, 0}, "2005-03-17T24:00:00-05:00", true},
+        {{2005, 12, 31, 23, 59, 60, 0, 0}, "2005-12-31T23:59:60Z", true},  // a leap second
+        {{2005, 12, 31, 5, 29, 60, 5, 30}, "2005-12-31T05:29:60+05:30", true},
+        {{2005, 6, 30, 23, 59, 60, 0, 0}, "2005-06-30T23:59:60", false},
         {{2005, 3, 17, 8, 30, 0, 0, 0}, "2005-03-17T08:30:00", false},
         {{2005, 3, 17, 8, 30, 59, 0, 0}, "2005-03-17T08:30:59.999", false},
+        {{200005, 3, 17, 8, 30, 5, 0, 0}, "200005-03-17T08:30:05.5Z", false},  // shorter than the year
         {{2005, 3, 17, 8, 30, 0, 0, 0}, "2005-03-17T08:30:00Zxyz:-", false},  // nothing after Z is read
         {{-44, 1, 1, 0, 0, 0, 0, 0}, "-0044", false},
         {{2005, 3, 17, 0, 0, 0, 0, 0}, " 2005 - 03 -\t17 ", false},
@@ -128,8 +134,10 @@ TEST(DateTimeRead, MalformedTextThrowsTheMessageAndLeavesTheTarget) {
         "2005-3-17", "2005-3", "2005-03-7", "2005-03-17-08", "2005-03T08:30:00Z",
         "2005-03-17T08:30", "2005-03-17T08", "2005-03-17T08:30:00+05", "2005-03-17T08:30:00+05:3",
         "2005-03-17T8:30:00Z", "2005-03-17T08:30:0Z", "2005-03-17t08:30:00Z", "2005-03-17T08:30:00.5.5Z",
-        "2005-13", "2005-00", "2005-02-29", "2005-04-31", "2005-03-17T24:00:00Z",
-        "2005-03-17T08:60:00Z", "2005-03-17T08:30:60Z", "2005-03-17T08:30:00+24:00",
+        "2005-13", "2005-00", "2005-1/", "2005-03-1/", "2005-03-17T08:3.:00Z", "2005-02-29", "2005-04-31", "2005-03-17T25:00:00Z",
+        "2005-03-17T24:01:00Z", "2005-03-17T24:00:01Z", "2005-03-17T24:00:60Z", "2005-03-17T24:00:00.5Z",
+        "2005-03-17T24:00:00.0", "2005-03-17T08:30:60.5Z", "2005-03-17T08:30:60.0-01:00",
+        "2005-03-17T08:30:61Z", "2005-03-17T08:60:00Z", "2005-03-17T08:30:00+24:00",
         "2005-03-17T08:30:00+05:60", "\xd9\xa2\xd9\xa0\xd9\xa0\xd9\xa5",  // digits of another script
         "000000000000000000000000000000000000000000000000000000000000000000002005",
     };
@@ -140,6 +148,32 @@ TEST(DateTimeRead, MalformedTextThrowsTheMessageAndLeavesTheTarget) {
         EXPECT_EQ(read(text, target), "Could not parse time value " + text) << row;
         EXPECT_EQ(fieldsOf(target), before) << row;
     }
+}
+
+TEST(DateTimeRead, EndOfDayAndLeapSecondAreTheFollowingInstant) {
+    const std::pair<const char*, const char*> rows[] = {  // as read, the same instant in range
+        {"2005-03-17T24:00:00Z", "2005-03-18T00:00:00Z"},
+        {"2004-12-31T24:00:00Z", "2005"},
+        {"2005-02-28T24:00:00+01:00", "2005-02-28T23:00:00Z"},
+        {"2005-12-31T23:59:60Z", "2006"},
+        {"2005-06-30T23:59:60-01:30", "2005-07-01T01:30:00Z"},
+        {"2005-03-17T08:30:60Z", "2005-03-17T08:31:00Z"},
+    };
+    for (const auto& [text, same] : rows) {
+        const DateTime t = parse(text), u = parse(same);
+        EXPECT_EQ(t.toSeconds(), u.toSeconds()) << text;
+        EXPECT_TRUE(t == u && !(t > u) && !(u > t)) << text;
+        DateTime before = u;
+        before += -1;
+        EXPECT_TRUE(t > before && !(before > t)) << text;
+        DateTime normal = t;
+        normal.normalize();
+        EXPECT_EQ(normal.toString(), u.toString()) << text;
+    }
+    // Minutes past their range, which only a direct write can store, carry as well.
+    DateTime t = make({2005, 3, 17, 8, 60, 0, 0, 0});
+    t.normalize();
+    EXPECT_EQ(t.toString(), "2005-03-17T09:00:00Z");
 }
 
 TEST(DateTimeRead, PrintedFormsReadBackAsTheSameStamp) {
@@ -184,6 +218,12 @@ TEST(DateTimeHttp, Examples) {
         {"Thu, 17 Mar 2005 08:30:00 GMT", {2005, 3, 17, 8, 30, 0, 0, 0}},
         {"Mon, 17 Mar 2005 08:30:00 +0200", {2005, 3, 17, 8, 30, 0, 0, 0}},  // weekday, zone unread
         {"Date: Thu,17\tMar\n2005  8:3:7", {2005, 3, 17, 8, 3, 7, 0, 0}},
+        {"Wed, 31 Dec 2008 23:59:60 GMT", {2008, 12, 31, 23, 59, 60, 0, 0}},  // a leap second
+        {"Wed, 31 Dec 2008 24:00:00 GMT", {2008, 12, 31, 24, 0, 0, 0, 0}},    // the end of the day
+        {"Wed, 31 Dec 2008 24:00:01 GMT", {unset, 12, 31, 24, 0, 6, 7, 8}},
+        {"Wed, 31 Dec 2008 24:01:00 GMT", {unset, 12, 31, 24, 5, 6, 7, 8}},
+        {"Wed, 31 Dec 2008 25:00:00 GMT", {unset, 12, 31, 4, 5, 6, 7, 8}},
+        {"Wed, 31 Dec 2008 23:59:61 GMT", {unset, 12, 31, 23, 59, 6, 7, 8}},
         {"Thu, 17 Mar2005 08:30:00, 18 Apr 2006 09:31:01", {2006, 4, 18, 9, 31, 1, 0, 0}},
         {"Thu, 17 mar 2005 08:30:00 GMT", {unset, 2, 17, 4, 5, 6, 7, 8}},  // month names are case-sensitive
         {"Thu, 31 Feb 2005 08:30:00 GMT", {unset, 2, 31, 4, 5, 6, 7, 8}},
@@ -229,7 +269,8 @@ TEST(DateTimeHttp, FindsWhatTheRegularExpressionFinds) {
         const int h = m.captured(5).toInt(&ok[2]), mi = m.captured(6).toInt(&ok[3]);
         const int s = m.captured(7).toInt(&ok[4]), mo = 1 + int(months.indexOf(m.captured(3)));
         if (ok[0] && ok[1] && ok[2] && ok[3] && ok[4] && mo >= 1 && d >= 1 && y <= 16777216 &&
-            d <= maximumDayInMonthFor(y, mo) && h <= 23 && mi <= 59 && s <= 59)
+            d <= maximumDayInMonthFor(y, mo) && (h <= 23 || (h == 24 && mi == 0 && s == 0)) &&
+            mi <= 59 && s <= 60)
             expect = {y, mo, d, h, mi, s, 0, 0};
         DateTime got;
         got.parseHttpDate(text);
@@ -299,16 +340,28 @@ TEST(DateTimeCalendar, Examples) {
     t.adjustTimeZone(9, 45);
     EXPECT_EQ(t.toString(), "2005-03-17T12:45:00+09:45");
     EXPECT_FALSE(parse("-0044") > parse("0001"));
+    // Months outside 1..12, which only a direct write stores, count into the year.
+    EXPECT_EQ(make({2005, 13, 1, 0, 0, 0, 0, 0}).toSeconds(), parse("2006").toSeconds());
+    EXPECT_EQ(make({2005, 0, 31, 0, 0, 0, 0, 0}).toSeconds(), parse("2004-12-31").toSeconds());
 
     const std::tuple<const char*, const char*, Fields> durations[] = {  // to, from, to - from
         {"2005-03-01", "2005-01-31", {0, 1, 1, 0, 0, 0, 0, 0}},  // 31 January + 1 month = 28 February
         {"2006-03-17T10:31:02Z", "2005-03-17T08:30:00Z", {1, 0, 0, 2, 1, 2, 0, 0}},
         {"2005-01-01", "2005-01-02", {-1, 11, 30, 0, 0, 0, 0, 0}},
+        // Counted from the zoned stamp's own 30 January, not from 31 January in UTC.
+        {"2005-02-28T03:00:00Z", "2005-01-30T22:00:00-05:00", {0, 0, 28, 0, 0, 0, 0, 0}},
+        {"2005-03-01T03:00:00Z", "2005-01-30T22:00:00-05:00", {0, 1, 0, 0, 0, 0, 0, 0}},
+        // So are 24:00:00 and a leap second: the month clamps day 30, the carry follows.
+        {"2005-03-01", "2005-01-30T24:00:00Z", {0, 1, 0, 0, 0, 0, 0, 0}},
+        {"2005-03-01", "2005-01-30T23:59:60Z", {0, 1, 0, 0, 0, 0, 0, 0}},
     };
     for (const auto& [to, from, duration] : durations) {
         DateTime d = parse(to);
         d -= parse(from);
         EXPECT_EQ(fieldsOf(d), duration) << to << " - " << from;
+        DateTime back = parse(from);
+        back.add(int(d.year), d.month, d.day, d.hour, d.minute, d.second);
+        EXPECT_TRUE(back == parse(to)) << to << " - " << from << ": " << back.toString().toStdString();
     }
 
     const DateTime a = parse("2005-03-17T08:30:00+05:30"), b = parse("2007-11-02T23:59:59Z");
@@ -318,15 +371,17 @@ TEST(DateTimeCalendar, Examples) {
                   .toString(), "2000");
 }
 
-// Random stamps (a zoned, b in UTC and every other time within a year of a) against the reference
+// Random stamps (both zoned, b every other time within a year of a) against the reference
 // calendar: second counts, moves by seconds, zone changes, comparisons, durations, interpolation.
 TEST(DateTimeCalendar, ArithmeticMatchesTheReferenceCalendar) {
     std::mt19937 rng(1);
     for (int i = 0; i < 100000; ++i) {
         Fields fa = randomUtc(rng, 1, 9999);
-        const Fields fb = randomUtc(rng, i % 2 ? std::max(1, fa.year - 1) : 1, i % 2 ? fa.year + 1 : 9999);
-        fa.zoneHours = uniform(rng, -14, 14);
-        fa.zoneMinutes = (fa.zoneHours < 0 ? -1 : 1) * int(rng() % 4) * 15;
+        Fields fb = randomUtc(rng, i % 2 ? std::max(1, fa.year - 1) : 1, i % 2 ? fa.year + 1 : 9999);
+        for (Fields* f : {&fa, &fb}) {
+            f->zoneHours = uniform(rng, -14, 14);
+            f->zoneMinutes = (f->zoneHours < 0 ? -1 : 1) * int(rng() % 4) * 15;
+        }
         const DateTime a = make(fa), b = make(fb);
         SCOPED_TRACE(testing::Message() << fa << " and " << fb);
         ASSERT_EQ(a.toSeconds() - b.toSeconds(), (reference(a) - reference(b)).count());

@@ -8,6 +8,9 @@
 
 #include <QRegularExpression>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <cmath>
 #include <cstring>
@@ -99,6 +102,11 @@ TEST_P(Engines, ReadersTable) {
 }
 
 TEST_P(Engines, AttemptsAloneNeverWriteTheResult) {
+    EXPECT_EQ(LatLngValue().value(), 0.0);  // before any attempt
+    EXPECT_EQ(LatValue().value(), 0.0);
+    EXPECT_EQ(LngValue().value(), 0.0);
+    EXPECT_EQ(LatLngPair().latitude(), 0.0);
+    EXPECT_EQ(LatLngPair().longitude(), 0.0);
     double result = kUntouched, longitude = kUntouched;
     LatLngValue value(&result);
     EXPECT_FALSE(value.TryDF("12 30", false));
@@ -117,6 +125,25 @@ TEST_P(Engines, AttemptsAloneNeverWriteTheResult) {
     EXPECT_FALSE(pair.ParseFrom("95N 10E"));
     EXPECT_EQ(result, kUntouched);
     EXPECT_EQ(longitude, kUntouched);
+}
+
+TEST_P(Engines, ViewsAreReadWithinTheirBounds) {
+    // Each text ends flush against an inaccessible page, so a read past the view faults.
+    const long page = sysconf(_SC_PAGESIZE);
+    void* const map = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(map, MAP_FAILED);
+    ASSERT_EQ(mprotect(static_cast<char*>(map) + page, page, PROT_NONE), 0);
+    const QString texts[] = {"12", "12.5", "12.", "12,5", "12\u00b0", "12\u00b030'", "12\u00b030'36\"",
+                             "12 30 36''", u16(u"12\xd835"), u16(u"1\U0001d7ce")};
+    for (const QString& text : texts) {
+        char16_t* const at = reinterpret_cast<char16_t*>(static_cast<char*>(map) + page) - text.size();
+        std::memcpy(at, text.utf16(), text.size() * sizeof(char16_t));
+        double expected = kUntouched, got = kUntouched;
+        EXPECT_EQ(LatLngValue::Parse(QStringView(at, text.size()), &got), LatLngValue::Parse(text, &expected))
+            << text.toStdString();
+        EXPECT_EQ(got, expected) << text.toStdString();
+    }
+    munmap(map, 2 * page);
 }
 
 TEST_P(Engines, BadInputIsRejectedAndWritesNothing) {
@@ -264,14 +291,27 @@ TEST(LatLng, PublicPatternsHoldOneGroupAroundThePointForms) {
         EXPECT_EQ(value.match(QString::fromUtf8(text)).hasMatch(), text[2] != ',') << text;
     const QRegularExpression pair(LatLngPair::kREPattern);
     EXPECT_EQ(pair.captureCount(), 1);
-    const QRegularExpressionMatch found = pair.match(QString::fromUtf8("seen at (37°30'N 122.25W) today"));
-    ASSERT_TRUE(found.hasMatch());
-    EXPECT_EQ(found.captured(1), QString::fromUtf8("37°30'N 122.25W"));
+    // Each alternative of the pair pattern, found in free text: what group 1 holds (empty: no match).
+    const std::pair<const char*, const char*> rows[] = {
+        {"seen at (37°30'N 122.25W) today", "37°30'N 122.25W"},   // letters after
+        {"seen at (N37°30' W122.25) today", "N37°30' W122.25"},   // letters before
+        {"seen at (s 12.5 / e 7) today", "s 12.5 / e 7"},
+        {"moved to -37.5, +122.25 today", "-37.5, +122.25"},      // signs before
+        {"moved to - 37.5/122 today", "- 37.5/122"},
+        {"moved to 37.5 122.25 today", " 37.5 122.25"},           // signs are optional
+        {"moved to 37,5 122,25 today", " 37,5"},                  // a comma separates the values
+        {"moved to (x) today", ""},
+    };
+    for (const auto& [text, captured] : rows) {
+        const QRegularExpressionMatch found = pair.match(QString::fromUtf8(text));
+        EXPECT_EQ(found.captured(1), QString::fromUtf8(captured)) << text;
+    }
 }
 
 TEST(LatLng, NumbersConvertAsTheToolkitConvertsThem) {
     std::vector<QString> texts = {"", ".", "12.", ".5", "0.", "1.2.3", "00012.500", " 5", "5 ",
                                   "1e5", "+5", "-5", "inf", "nan", u16(u"\u0661"),
+                                  u16(u"\u0131\u0132"),  // each 256 past a digit
                                   QString(126, u'9'), "0." + QString(124, u'0') + "7",
                                   QString(400, u'9'), "0." + QString(400, u'0') + "1"};
     std::mt19937 random(5);

@@ -104,6 +104,23 @@ TEST(ResourceDictionary, LoadsUpToTheFirstBadLine) {
     EXPECT_EQ(dictionary.entries().size(), 2);
 }
 
+TEST(ResourceDictionary, InsertsOneEntryLine) {
+    // One dictionary through the rows in turn: the result, then the whole export.
+    const struct { const char *line; bool ok; const char* exported; } rows[] = {
+        {"<1> <a> <o>", true, "<1> <a> <o>\r\n"},
+        {"<1> <a>", true, "<1> <a>\r\n<1> <a> <o>\r\n"},      // another owner, another key
+        {" <1>  < b > ", true, "<1> <b >\r\n<1> <a> <o>\r\n"},  // replaces
+        {"<2>", false, "<1> <b >\r\n<1> <a> <o>\r\n"},         // no value: nothing changes
+        {"", false, "<1> <b >\r\n<1> <a> <o>\r\n"},
+        {"<2> <c>\n<3> <d>", true, "<1> <b >\r\n<1> <a> <o>\r\n<2> <c> <3>\r\n"},  // one line only
+    };
+    ResourceDictionary dictionary;
+    for (const auto& row : rows) {
+        EXPECT_EQ(dictionary.insertEntryFromString(QString::fromUtf8(row.line)), row.ok) << row.line;
+        EXPECT_EQ(exported(dictionary), QString::fromUtf8(row.exported)) << row.line;
+    }
+}
+
 TEST(ResourceDictionary, ExportsInKeyOrderAndReadsItBack) {
     ResourceDictionary dictionary;
     // Ids order as strings ("10" before "9"); equal ids order by owner, the empty owner first.

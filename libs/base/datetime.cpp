@@ -248,9 +248,15 @@ bool readDay(const FieldBuffer& b, DateTime& t) {
     return true;
 }
 
+// Seconds with an optional fraction. A leap second (60) and the end of the day (24:00:00) are
+// taken only as whole seconds: 60.5 or 24:00:00.5 name no instant.
 bool readSeconds(const FieldBuffer& b, DateTime& t) {
     long long s;
-    if (b.length() < 2 || !b.readTruncated(s) || s < 0 || s > 59)
+    if (b.length() < 2 || !b.readTruncated(s) || s < 0 || s > 60)
+        return false;
+    if (s == 60 && b.length() != 2)
+        return false;
+    if (t.hour == 24 && (s != 0 || b.length() != 2))
         return false;
     t.second = static_cast<unsigned char>(s);
     return true;
@@ -314,11 +320,12 @@ bool readIso(const QString& text, DateTime& t) {
             continue;
         case ':':
             if (state == kHour && b.length() == 2) {
-                if (!readIntField(b, 0, 23, t.hour))
+                if (!readIntField(b, 0, 24, t.hour))
                     return false;
                 state = kMinute;
             } else if (state == kMinute && b.length() == 2) {
-                if (!readIntField(b, 0, 59, t.minute))
+                // Hour 24 is the end of the day, 24:00:00, and nothing later.
+                if (!readIntField(b, 0, t.hour == 24 ? 0 : 59, t.minute))
                     return false;
                 state = kSecond;
             } else if (state == kZoneHours) {
@@ -480,13 +487,14 @@ bool readHttpFields(const QString& text, DateTime& t) {
     t.year = float(v);
     if (t.day > daysInMonth(v, month))
         return false;
-    if (!digitsToInt(s, g.hour, v) || v > 23)
+    // As the ISO reader: 24:00:00 ends the day, second 60 is a leap second.
+    if (!digitsToInt(s, g.hour, v) || v > 24)
         return false;
     t.hour = static_cast<unsigned char>(v);
-    if (!digitsToInt(s, g.minute, v) || v > 59)
+    if (!digitsToInt(s, g.minute, v) || v > (t.hour == 24 ? 0 : 59))
         return false;
     t.minute = static_cast<unsigned char>(v);
-    if (!digitsToInt(s, g.second, v) || v > 59)
+    if (!digitsToInt(s, g.second, v) || v > (t.hour == 24 ? 0 : 60))
         return false;
     t.second = static_cast<unsigned char>(v);
     return true;
@@ -590,7 +598,9 @@ void DateTime::parseHttpDate(const QString& text) {
 }
 
 void DateTime::normalize() {
-    if (zoneHours == 0 && zoneMinutes == 0)
+    // A UTC stamp in range is already normal; 24:00:00 and a leap second carry into the next
+    // day or minute, so that comparisons see the instant.
+    if (zoneHours == 0 && zoneMinutes == 0 && hour < 24 && minute < 60 && second < 60)
         return;
     addDuration(*this, 0, 0, 0, -zoneHours, -zoneMinutes, 0);
     zoneHours = 0;
@@ -632,8 +642,10 @@ DateTime& DateTime::operator-=(const DateTime& other) {
 }
 
 void DateTime::toDuration(const DateTime& other, long long difference) {
-    DateTime from(other);
-    from.normalize();
+    // Counted from other's own fields, in its zone: other.add(duration) clamps the day of the
+    // month other's fields name, which in UTC can be another day (30 January 22:00 at -05:00 is
+    // 31 January in UTC, and a month on clamps differently).
+    const DateTime from(other);
     DateTime to(from);
     to += difference;
 

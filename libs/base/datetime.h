@@ -45,11 +45,13 @@ public:
     QString toString() const;
 
     /// Reads the date of an HTTP header ("Thu, 17 Mar 2005 08:30:00 GMT"), found anywhere in
-    /// text; the time is taken as UTC whatever zone name follows. Never throws: on failure the
+    /// text; the time is taken as UTC whatever zone name follows. 24:00:00 (the end of the day)
+    /// and second 60 (a leap second) are read and kept as written. Never throws: on failure the
     /// year becomes kUnsetYear and the fields read before the failure keep their new values.
     void parseHttpDate(const QString& text);
 
     /// Makes the time stamp UTC: moves the clock by the zone offset and clears the zone.
+    /// 24:00:00 and a leap second become the next day's midnight and the next minute.
     void normalize();
     /// The same instant expressed in the zone hours:minutes (both 0 for UTC).
     void convertToZone(char hours, char minutes);
@@ -63,8 +65,9 @@ public:
     /// Adds a number of seconds (negative moves back).
     DateTime& operator+=(long long seconds);
 
-    /// Replaces this time stamp by the calendar duration from other to it: afterwards
-    /// other.add(year, month, day, hour, minute, second) gives the original instant in UTC.
+    /// Replaces this time stamp by the calendar duration from other to it, counted from other's
+    /// own fields in its zone: afterwards other.add(year, month, day, hour, minute, second) gives
+    /// the original instant, whatever other's zone.
     /// month is 0..11, day 0..30 and the time fields are within their ranges; only year is
     /// negative, when the original is earlier than other. The zone becomes 0,0.
     DateTime& operator-=(const DateTime& other);
@@ -92,9 +95,9 @@ public:
     float year;
     unsigned char month;   ///< 1..12
     unsigned char day;     ///< 1..31
-    unsigned char hour;    ///< 0..23
+    unsigned char hour;    ///< 0..23, or 24 in 24:00:00 (the end of the day)
     unsigned char minute;  ///< 0..59
-    unsigned char second;  ///< 0..59
+    unsigned char second;  ///< 0..59, or 60 (a leap second)
     /// The zone's offset from UTC, hours part.
     signed char zoneHours;
     /// The zone's offset from UTC, minutes part, with the sign of zoneHours.
@@ -113,7 +116,8 @@ Utf8OStream& operator<<(Utf8OStream& stream, const DateTime& dt);
 QTextStream& operator>>(QTextStream& stream, DateTime& dt);
 /// Reads an ISO 8601 time stamp of any reduced precision (2005, 2005-03, 2005-03-17,
 /// 2005-03-17T08:30:00Z, 2005-03-17T08:30:00, 2005-03-17T08:30:00+05:30; fractional seconds
-/// are truncated; white space is ignored; anything after a "Z" is ignored). Only the fields the
+/// are truncated; white space is ignored; anything after a "Z" is ignored). 24:00:00 (the end of
+/// the day) and second 60 (a leap second, whole) are kept as written. Only the fields the
 /// text reaches are written, so pass a default time stamp. On malformed text throws the QString
 /// "Could not parse time value " + text and leaves dt unchanged. Safe from any thread.
 void operator>>(const QString& text, DateTime& dt);
