@@ -354,6 +354,7 @@ TEST(Arena, BadRequestsAndRefusedMapsGiveNullAndTheArenaStillWorks) {
     EXPECT_EQ(arena::create(arena::kMapFailed, 1 << 20, false, nullptr, nullptr, nullptr, nullptr),
               nullptr);
     EXPECT_EQ(arena::malloc(nullptr, 10), nullptr);
+    EXPECT_EQ(arena::destroy(nullptr), 0u);
     EXPECT_FALSE(arena::setOption(arena::kGranularity, 3000)) << "not a power of two";
     EXPECT_FALSE(arena::setOption(arena::kGranularity, 1024)) << "below a page";
 }

@@ -165,6 +165,8 @@ protected:
 
 TEST_F(SaveFrames, PopUndoesEveryRealChangeOfTheFrameSilently) {
     EXPECT_FALSE(number.popSetting());
+    number.pushSetting();
+    EXPECT_TRUE(number.popSetting()) << "a saved value is there to restore";
     Setting::pushAllSettings();
     Setting::sCurrentModifier = 7;
     number.set(3);  // an equal value stamps the modifier and nothing else

@@ -11,6 +11,7 @@
 #include <QTranslator>
 
 #include <cstdio>
+#include <fcntl.h>
 #include <utility>
 
 using namespace vanta;
@@ -173,10 +174,14 @@ TEST(ErrorLog, WritesNarrowUtf8LinesAndClosesASharedFileOnce) {
                   .toUtf8());
     EXPECT_TRUE(ErrorLog(nullptr, QStringLiteral("nowhere\n")));
 
-    LM_ERROR = stderr;
-    LM_NOTICE = nullptr;
-    closeLogStreams();
-    EXPECT_EQ(LM_ERROR, stderr);
-    EXPECT_EQ(LM_NOTICE, nullptr);
-    LM_NOTICE = stderr;
+    // Standard error is never closed, and a missing stream is skipped; both ways round.
+    for (const auto& [error, notice] : {std::pair<FILE*, FILE*>{stderr, nullptr}, {nullptr, stderr}}) {
+        LM_ERROR = error;
+        LM_NOTICE = notice;
+        closeLogStreams();
+        EXPECT_EQ(LM_ERROR, error);
+        EXPECT_EQ(LM_NOTICE, notice);
+    }
+    EXPECT_NE(fcntl(2, F_GETFD), -1) << "standard error was closed";
+    LM_ERROR = LM_NOTICE = stderr;
 }

@@ -73,7 +73,7 @@ inline char* alignDown(char* p) {
 inline std::size_t sizeOf(const Chunk* c) { return c->head & ~kFlags; }
 inline bool inUse(const Chunk* c) { return c->head & kCInUse; }
 inline bool prevInUse(const Chunk* c) { return c->head & kPInUse; }
-inline Chunk* at(void* p, std::size_t offset = 0) {
+inline Chunk* at(void* p, std::size_t offset) {
     return reinterpret_cast<Chunk*>(static_cast<char*>(p) + offset);
 }
 inline Chunk* nextOf(Chunk* c) { return at(c, sizeOf(c)); }
