@@ -21,7 +21,7 @@ inline const void* callerIdentity() { return &tThreadTag; }
 /// The start of every lock's private record: who holds it and how often. The owner is compared
 /// without any lock: a thread only ever finds its own identity here while it holds the lock.
 struct SpinLockHead {
-    std::atomic<const void*> owner{nullptr};
+    std::atomic<const void*> owner{nullptr};  ///< the holding thread's identity; null when free
     int depth = 0;  ///< levels held by the owner; touched only by the owner
 };
 
