@@ -70,6 +70,9 @@ TEST_F(Xml, LooksUpPaths) {
          "-"},
         {"names are case-sensitive", "<s><cache>1</cache></s>", "S/cache", "-"},
         {"missing child", "<s><cache>1</cache></s>", "s/size", "-"},
+        // After "ab" followed "ab", the reader expects "ab" again: "bb" must not pass for it.
+        {"a name unlike the one expected only in its first letter",
+         "<s><ab>1</ab><ab>2</ab><bb>3</bb></s>", "s/bb", "3"},
         {"no name in path", "<s>1</s>", "///", "-"},
         {"empty path", "<s>1</s>", "", "-"},
         {"first of same-named siblings", "<r><layer>a</layer><layer>b</layer></r>", "r/layer", "a"},

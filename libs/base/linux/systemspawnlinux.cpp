@@ -59,7 +59,7 @@ System::ThreadHandle System::spawn(void* (*func)(void*), void* arg) {
 }
 
 int System::join(ThreadHandle thread) {
-    // glibc dereferences the handle, so the one handle known to be invalid is refused here.
+    // The one handle known to be invalid is refused here rather than left to the C library.
     if (thread == 0)
         return ESRCH;
     return pthread_join(thread, nullptr);
