@@ -57,6 +57,7 @@ TEST(Paths, CleanupLocalPathsAndHttpAddresses) {
         {"C:\\a\\..\\b", "C:/b"},
         {"a//b/./c", "a/b/c"},
         {"://a//b", ":/a/b"},  // "://" at position 0 is a local path
+        {"a://b//c", "a://b//c"},  // from position 1 on it is a scheme (not http: left alone)
         {"ftp://host/a/../b", "ftp://host/a/../b"},
         {"http://host/a/../b?x=../y", "http://host/b?x=../y"},  // the query is never cleaned
         {"HTTPS://abc/a/./b", "HTTPS://abc/a/b"},
@@ -119,6 +120,9 @@ TEST(Descriptors, Utf8PathsAndFailures) {
     struct stat info;
     ASSERT_TRUE(file::wstat(renamed, &info));
     EXPECT_EQ(info.st_size, 5);
+    EXPECT_TRUE(file::stat(QFile::encodeName(renamed).constData(), &info));
+    EXPECT_FALSE(file::stat(QFile::encodeName(root + "/missing").constData(), &info));
+    EXPECT_FALSE(System::supportsDirectIo(renamed));
     EXPECT_EQ(System::unlink(renamed), 0);
     EXPECT_EQ(System::access(renamed, F_OK), -1);
     EXPECT_EQ(System::getLastError(), ENOENT);
@@ -141,9 +145,11 @@ TEST(ReadFile, WholeFilesEmptyFilesAndFailures) {
         big[i] = char(i * 7);
     writeFile(root + "/big", big);
     writeFile(root + "/empty", QByteArray());
-    for (const QByteArray& content : {big, QByteArray()}) {
+    writeFile(root + "/one", "x");
+    for (const QByteArray& content : {big, QByteArray(), QByteArray("x")}) {
         int size = -5;
-        void* data = file::readFile(root + (content.isEmpty() ? "/empty" : "/big"), size);
+        const char* name = content.isEmpty() ? "/empty" : content.size() == 1 ? "/one" : "/big";
+        void* data = file::readFile(root + name, size);
         ASSERT_TRUE(data || content.isEmpty());
         EXPECT_EQ(QByteArray(static_cast<char*>(data), size), content);
         std::free(data);
@@ -176,6 +182,21 @@ TEST(CopyAndMove, ReplaceDestinationsAcrossFolders) {
     EXPECT_FALSE(file::copy(dst, root + "/two/./dst"));
     EXPECT_FALSE(file::move(root + "/two", root + "/two/inner"));
     EXPECT_EQ(contentOf(dst), "moved");
+}
+
+TEST(CopyAndMove, MovesAcrossFileSystems) {
+    // rename() cannot cross file systems; the move copies, then removes the source.
+    const QString root = freshDir(QStringLiteral("xfs"));
+    const QString other = QStringLiteral("/dev/shm/vanta-move-%1").arg(getpid());
+    struct stat here, there;
+    if (::stat(QFile::encodeName(root).constData(), &here) != 0 ||
+        ::stat("/dev/shm", &there) != 0 || here.st_dev == there.st_dev)
+        GTEST_SKIP() << "no second file system at /dev/shm";
+    writeFile(root + "/f", "across");
+    EXPECT_TRUE(file::move(root + "/f", other));
+    EXPECT_EQ(contentOf(other), "across");
+    EXPECT_FALSE(QFileInfo::exists(root + "/f"));
+    QFile::remove(other);
 }
 
 TEST(CopyAndMove, DirectoryTrees) {
