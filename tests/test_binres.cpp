@@ -10,6 +10,7 @@
 #include <QDir>
 #include <QFile>
 #include <QImage>
+#include <QProcess>
 #include <QSettings>
 
 #include <gtest/gtest.h>
@@ -164,4 +165,15 @@ TEST(BinRes, MissingAndBrokenResources) {
     EXPECT_TRUE(BinRes::ExtractPixmap("png", 0).isNull());
     EXPECT_TRUE(BinRes::GetResourcePath("png", "folder").isEmpty());
     EXPECT_FALSE(BinRes::GetResourcePath("PNG", "corrupt").isEmpty());
+}
+
+// A console application has no GUI platform to decode onto: the bytes are read and kept, and the
+// pixmap stays null instead of the process stopping.
+TEST(BinRes, ConsoleApplicationGetsANullPixmap) {
+    installShipped();
+    QProcess child;
+    child.start(QStringLiteral(VANTA_CHILD_PROCESS), {"pixmap", System::getInstallPath(), "clear"});
+    ASSERT_TRUE(child.waitForFinished(10000));
+    EXPECT_EQ(child.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(child.readAllStandardOutput(), "null 1\n");
 }

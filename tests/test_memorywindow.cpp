@@ -44,7 +44,7 @@ QString gSettingsFile;
 // restart, out of reach of this process's settings cache.
 QStringList entriesAfterRestart() {
     QProcess reader;
-    reader.start(QStringLiteral(VANTA_SETTINGS_CHILD),
+    reader.start(QStringLiteral(VANTA_CHILD_PROCESS),
                  {QStringLiteral("read"), gSettingsFile, kEntryList});
     if (!reader.waitForFinished(10000) || reader.exitCode() != 0)
         return {QStringLiteral("<reader failed>")};

@@ -60,7 +60,7 @@ protected:
     // count as another process reads it from the disk.
     QString countOnDisk() const {
         QProcess reader;
-        reader.start(QStringLiteral(VANTA_SETTINGS_CHILD), {"read", file, "count"});
+        reader.start(QStringLiteral(VANTA_CHILD_PROCESS), {"read", file, "count"});
         if (!reader.waitForFinished(10000) || reader.exitCode() != 0)
             return QStringLiteral("<reader failed>");
         return QString::fromUtf8(reader.readAllStandardOutput()).trimmed();
@@ -108,7 +108,7 @@ TEST_F(SettingsStoreTest, SaverKilledAtAnyMomentNeverStallsTheNext) {
     for (int round = 0; round < 24; ++round) {
         SCOPED_TRACE(round);
         QProcess saver;
-        saver.start(QStringLiteral(VANTA_SETTINGS_CHILD), {"save", file});
+        saver.start(QStringLiteral(VANTA_CHILD_PROCESS), {"save", file});
         ASSERT_TRUE(saver.waitForStarted(10000));
         if (round % 4 != 0) {  // every fourth is killed while it may still be starting
             ASSERT_TRUE(saver.waitForReadyRead(10000));
@@ -157,7 +157,7 @@ TEST_F(SettingsStoreTest, ALiveSaversGuardIsWaitedForThenSavedWithout) {
 
 TEST_F(SettingsStoreTest, ALockHeldByALiveProcessIsLeftToItsOwner) {
     QProcess owner;
-    owner.start(QStringLiteral(VANTA_SETTINGS_CHILD), {"holdlock", file});
+    owner.start(QStringLiteral(VANTA_CHILD_PROCESS), {"holdlock", file});
     ASSERT_TRUE(owner.waitForReadyRead(10000));
     ASSERT_EQ(owner.readLine().trimmed(), QByteArray("locked"));
     QSettings::Status status = QSettings::FormatError;
@@ -196,7 +196,7 @@ TEST(MemoryMessageWithoutWidgets, CannotShowTheDialog) {
     EXPECT_EQ(vanta::MemoryWindow::MEMDialog, nullptr);
     // And in a program with no application object at all.
     QProcess child;
-    child.start(QStringLiteral(VANTA_SETTINGS_CHILD), {"message"});
+    child.start(QStringLiteral(VANTA_CHILD_PROCESS), {"message"});
     ASSERT_TRUE(child.waitForFinished(10000));
     EXPECT_EQ(child.exitStatus(), QProcess::NormalExit);
     EXPECT_EQ(child.exitCode(), 0);

@@ -116,8 +116,11 @@ TEST(StatusRegistry, TwoThreadsRegisterAtOnce) {
 TEST(StatusTranslationDeathTest, TablesAndWordsAreTranslatedButNotTheInfoTexts) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     struct Marking : QTranslator {
+        // The printable form's translation moves the hex code to the front, so the marker left
+        // for it sits at the first character.
         QString translate(const char*, const char* text, const char*, int) const override {
-            return QStringLiteral("<%1>").arg(QString::fromUtf8(text));
+            const QString marked = QStringLiteral("<%1>").arg(QString::fromUtf8(text));
+            return marked.startsWith(u"<%1|") ? QStringLiteral("%5 ") + marked : marked;
         }
         bool isEmpty() const override { return false; }
     };
@@ -130,7 +133,7 @@ TEST(StatusTranslationDeathTest, TablesAndWordsAreTranslatedButNotTheInfoTexts) 
             {StatusGetErrorString(code(1, 0, 0)), "Action in progress"},
             {StatusGetSeverityString(code(2, 0, 0)), "<Warning>"},
             {StatusGetSubsysName(code(3, 9, 0)), "<Invalid>"},
-            {StatusGetPrintable(code(3, 0, 6)), "<<Error>|APP|Error code <File not found> (0x    6)> 6"},
+            {StatusGetPrintable(code(3, 0, 6)), "6 <<Error>|APP|Error code <File not found> (0x    6)>"},
         };
         int wrong = 0;
         for (const auto& [got, expected] : rows) {

@@ -1,14 +1,20 @@
-// A helper program for the settings suites, run as a separate process:
-//   settingschild save FILE      saves FILE over and over, printing "ready" after the first save
+// A helper program for the suites that need a second process:
+//   childprocess save FILE      saves FILE over and over, printing "ready" after the first save
 //                                (the suite kills it at some moment of a save)
-//   settingschild read FILE KEY  prints KEY's value from FILE as a comma-separated list
-//   settingschild holdlock FILE  takes the store's lock on FILE, prints "locked", holds it for
+//   childprocess read FILE KEY  prints KEY's value from FILE as a comma-separated list
+//   childprocess holdlock FILE  takes the store's lock on FILE, prints "locked", holds it for
 //                                half a second, then prints "kept" if its lock file is still there
-//   settingschild message        shows the low-memory message without any Qt application object
+//   childprocess message        shows the low-memory message without any Qt application object
 //                                and prints the answer code
+//   childprocess pixmap BIN NAME  with install path BIN, extracts the PNG resource NAME under a
+//                                console application and prints "null" or "image" and the
+//                                number of retained buffers
+#include <vanta/binres.h>
 #include <vanta/settingsstore_p.h>
+#include <vanta/system.h>
 #include <vanta/ui/memorywindow.h>
 
+#include <QCoreApplication>
 #include <QFile>
 #include <QLockFile>
 #include <QSettings>
@@ -58,6 +64,15 @@ int main(int argc, char** argv) {
         std::printf("%d\n", code);
         return 0;
     }
-    std::fprintf(stderr, "usage: settingschild save FILE | read FILE KEY | holdlock FILE | message\n");
+    if (argc == 4 && std::strcmp(argv[1], "pixmap") == 0) {
+        QCoreApplication app(argc, argv);
+        vanta::System::setInstallPath(QString::fromLocal8Bit(argv[2]));
+        const QPixmap pixmap = vanta::BinRes::ExtractPixmap("png", QString::fromLocal8Bit(argv[3]));
+        std::printf("%s %d\n", pixmap.isNull() ? "null" : "image",
+                    vanta::BinRes::retainedBufferCount());
+        return 0;
+    }
+    std::fprintf(stderr, "usage: childprocess save FILE | read FILE KEY | holdlock FILE | message"
+                         " | pixmap BIN NAME\n");
     return 2;
 }
