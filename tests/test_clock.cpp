@@ -1,5 +1,6 @@
 // Tests of System's clock, frame timing, random numbers and local time zone, with a controlled
 // clock where time must pass.
+#include <vanta/datetime.h>
 #include <vanta/system.h>
 #include <vanta/system_p.h>
 
@@ -86,7 +87,9 @@ TEST(FrameTiming, MeasuresRenderedFramesClampsSkipsPausesAndObeysAFixedRate) {
         Call call;
         double globalDT;  // after the call
     } steps[] = {
-        {"first call only starts the timer", 0.0, kRender, 0.0},
+        {"a fixed rate before any frame", 0.0, kFix30, 1.0 / 30},
+        {"unfixed, it stays", 0.0, kUnfix, 1.0 / 30},
+        {"the first rendered frame only starts the timer", 0.5, kRender, 1.0 / 30},
         {"a normal frame", 0.016, kRender, 0.016},
         {"another", 0.020, kRender, 0.020},
         {"a 3 s stall is clamped", 3.0, kRender, 0.2},
@@ -124,6 +127,11 @@ TEST(Clock, ProcessClockStartsAtLoadAndAdvances) {
     const double elapsed = System::getTime() - t0;
     EXPECT_TRUE(elapsed >= 0.025 && elapsed < 10.0) << elapsed;
     EXPECT_NEAR(double(System::getSystemTime()), double(time(nullptr)) * 1000.0, 2000.0);
+    DateTime epoch;
+    epoch.set(1970, 1, 1, 0, 0, 0);
+    EXPECT_NEAR(System::getStartTime() - double(epoch.toSeconds()),
+                double(time(nullptr)) - System::getTime(), 2.0)
+        << "the start instant is the load time, in UTC";
 }
 
 TEST(Clock, WallClockIsReadOnceThenAdvancedByTheProcessClock) {

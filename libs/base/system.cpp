@@ -26,12 +26,15 @@ std::atomic<TimeSource> timeSource{nullptr};
 // State of randf(); shared with seed() and unsynchronised by design.
 double fseed = 0.0;
 
-// Frame timing: rendering thread only.
-double globalDT = 0.0;
-double frameRate = 0.0;  // 0.0: the rate is not fixed
-bool frameTimeSet = false;
-double frameTime = 0.0;
-int lastRender = 0;
+// Frame timing: rendering thread only. One record, so a reset is a fresh one.
+struct FrameClock {
+    double globalDT = 0.0;
+    double frameRate = 0.0;  // 0.0: the rate is not fixed
+    bool frameTimeSet = false;
+    double frameTime = 0.0;
+    int lastRender = 0;
+};
+FrameClock frame;
 
 // getCurrTime's base: the system clock read once, and getTime() at that moment. currTimeInit
 // is set (release) after the two are written under GlobalLock, so a reader that sees it set
@@ -46,13 +49,7 @@ void init_clock() { gettimeofday(&startTime, nullptr); }
 
 void setTimeSourceForTesting(TimeSource source) { timeSource.store(source); }
 
-void resetFrameTimingForTesting() {
-    globalDT = 0.0;
-    frameRate = 0.0;
-    frameTimeSet = false;
-    frameTime = 0.0;
-    lastRender = 0;
-}
+void resetFrameTimingForTesting() { frame = FrameClock{}; }
 
 void resetCurrTimeForTesting() {
     GlobalLock::lock();
@@ -110,41 +107,41 @@ double System::randf() {
 
 // ---- Frame timing ----
 
-double System::getGlobalDT() { return globalDT; }
-double System::getFrameRate() { return frameRate; }
+double System::getGlobalDT() { return frame.globalDT; }
+double System::getFrameRate() { return frame.frameRate; }
 
 void System::updateGlobalDT(bool rendering) {
-    if (frameRate != 0.0) {
-        globalDT = 1.0 / frameRate;
+    if (frame.frameRate != 0.0) {
+        frame.globalDT = 1.0 / frame.frameRate;
         return;
     }
-    if (!frameTimeSet) {
-        frameTime = getTime();
-        frameTimeSet = true;
+    if (!frame.frameTimeSet) {
+        frame.frameTime = getTime();
+        frame.frameTimeSet = true;
     }
     if (!rendering) {
-        lastRender = 0;
+        frame.lastRender = 0;
         return;
     }
-    if (lastRender == 0) {
+    if (frame.lastRender == 0) {
         // The first rendered frame after a pause: the pause is not frame time.
-        lastRender = 1;
-        frameTime = getTime();
+        frame.lastRender = 1;
+        frame.frameTime = getTime();
         return;
     }
     const double t = getTime();
-    double d = t - frameTime;
+    double d = t - frame.frameTime;
     if (d < 0.0)
         d = 0.0;  // the clock stepped back
-    if (frameTime != 0.0)
-        globalDT = d;
-    frameTime = t;
-    if (globalDT > 0.2)
-        globalDT = 0.2;  // a stall (debugger, swap) must not throw animations forward
+    if (frame.frameTime != 0.0)
+        frame.globalDT = d;
+    frame.frameTime = t;
+    if (frame.globalDT > 0.2)
+        frame.globalDT = 0.2;  // a stall (debugger, swap) must not throw animations forward
 }
 
 void System::setFixedFrameRate(bool fixed, double rate) {
-    frameRate = fixed ? rate : 0.0;
+    frame.frameRate = fixed ? rate : 0.0;
     if (fixed)
         updateGlobalDT(false);
 }
