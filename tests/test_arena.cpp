@@ -148,6 +148,24 @@ TEST(Arena, BestFitTakesTheSmallestFreeChunkThenTheLowestAddress) {
     EXPECT_TRUE(t.healthy());
 }
 
+TEST(Arena, ManyTreeChunksComeBackByBestFit) {
+    // Forty free chunks in three size trees, enough that their nodes have children on both sides.
+    TestArena t;
+    std::vector<void*> holes;
+    for (std::size_t i = 0; i < 40; ++i) {
+        holes.push_back(arena::malloc(t.a, 1100 + 16 * ((i * 17) % 40)));
+        ASSERT_NE(arena::malloc(t.a, 16), nullptr);
+    }
+    for (void* p : holes)
+        arena::free(t.a, p);
+    ASSERT_TRUE(t.healthy());
+    for (std::size_t i = 0; i < 40; ++i) {
+        void* p = arena::malloc(t.a, 1100 + 16 * i);
+        EXPECT_EQ(p, holes[(i * 33) % 40]) << i;  // 33 undoes the shuffle: 17 * 33 = 1 mod 40
+    }
+    EXPECT_TRUE(t.healthy());
+}
+
 TEST(Arena, FreeNeighboursCoalesceInEveryOrder) {
     // Three neighbours freed in each of the six orders end as one chunk that serves their sum.
     // Small chunks wait in the quick lists until a trim (or a shortage) coalesces them.
