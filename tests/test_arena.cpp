@@ -148,6 +148,26 @@ TEST(Arena, BestFitTakesTheSmallestFreeChunkThenTheLowestAddress) {
     EXPECT_TRUE(t.healthy());
 }
 
+TEST(Arena, ManyTreeChunksComeBackByBestFit) {
+    // Forty free chunks in three size trees, enough that their nodes have children on both
+    // sides: twenty sizes, each twice. Hole i and hole i + 20 have the same size.
+    TestArena t;
+    std::vector<void*> holes;
+    for (std::size_t i = 0; i < 40; ++i) {
+        holes.push_back(arena::malloc(t.a, 1100 + 16 * ((i * 7) % 20)));
+        ASSERT_NE(arena::malloc(t.a, 16), nullptr);
+    }
+    for (void* p : holes)
+        arena::free(t.a, p);
+    ASSERT_TRUE(t.healthy());
+    for (std::size_t size = 0; size < 20; ++size) {
+        const std::size_t first = (size * 3) % 20;  // 3 undoes the shuffle: 7 * 3 = 1 mod 20
+        for (std::size_t hole : {first, first + 20})  // equal sizes: the lower address first
+            EXPECT_EQ(arena::malloc(t.a, 1100 + 16 * size), holes[hole]) << size;
+    }
+    EXPECT_TRUE(t.healthy());
+}
+
 TEST(Arena, FreeNeighboursCoalesceInEveryOrder) {
     // Three neighbours freed in each of the six orders end as one chunk that serves their sum.
     // Small chunks wait in the quick lists until a trim (or a shortage) coalesces them.

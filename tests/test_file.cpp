@@ -162,6 +162,24 @@ TEST(ReadFile, WholeFilesEmptyFilesAndFailures) {
     }
 }
 
+// A kernel attribute file reports a page as its size but holds a few bytes: the tail past what
+// could be read comes back zeroed, never as stale heap bytes.
+TEST(ReadFile, FileShorterThanItsReportedSize) {
+    const QString path = QStringLiteral("/sys/devices/system/cpu/online");
+    QFile probe(path);
+    if (!probe.open(QIODevice::ReadOnly) || probe.size() <= 0)
+        GTEST_SKIP() << "no sized kernel attribute file here";
+    const QByteArray text = probe.readAll();
+    int size = -5;
+    char* data = static_cast<char*>(file::readFile(path, size));
+    ASSERT_NE(data, nullptr);
+    ASSERT_GT(size, text.size());
+    EXPECT_EQ(QByteArray(data, text.size()), text);
+    EXPECT_EQ(QByteArray(data + text.size(), size - text.size()),
+              QByteArray(size - text.size(), '\0'));
+    std::free(data);
+}
+
 TEST(CopyAndMove, ReplaceDestinationsAcrossFolders) {
     const QString root = freshDir(QStringLiteral("copy"));
     const QString src = root + "/one/src", dst = root + "/two/dst";

@@ -1,10 +1,13 @@
 // Tests of the fixed-size hash table: primes, chains, duplicates, removal and lookup counters.
 #include <vanta/hashtable.h>
 
+#include "testsupport.h"
+
 #include <gtest/gtest.h>
 
 #include <climits>
 #include <tuple>
+#include <vector>
 
 using namespace vanta;
 
@@ -15,7 +18,7 @@ using Item = unsigned int;
 
 class ItemTable final : public HashTable<Item, unsigned int> {
 public:
-    ItemTable() : HashTable(15) {}
+    explicit ItemTable(unsigned int buckets = 15) : HashTable(buckets) {}
     unsigned int hash(unsigned int key) const override { return key; }
     unsigned int getKey(const Item* item) const override { return *item; }
     bool match(unsigned int a, unsigned int b) const override { return a == b; }
@@ -80,4 +83,34 @@ TEST(HashTable, CountersAddTheNodesPassed) {
     EXPECT_EQ(table.getCount(), 0u);
     EXPECT_EQ(table.find(107), nullptr);
     EXPECT_EQ(stats(table), std::make_tuple(lookups + 1, hits, probes)) << "clear keeps counters";
+}
+
+TEST(HashTableDeathTest, FailedAllocationsLeaveTheTableUsable) {
+    if (!vantatest::canLimitAddressSpace())
+        GTEST_SKIP() << "a sanitizer needs the address space";
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    // In a child with 32 MiB of address space left: a table too large for it has no buckets,
+    // and filling a table runs out of nodes. Both refuse, and nothing already held is lost.
+    const auto failures = [] {
+        std::vector<Item> items(4000000);
+        ItemTable table(3000000);
+        if (!vantatest::limitAddressSpace(32u << 20))
+            return 100;
+        int failed = 0;
+        ItemTable huge(4294967291u);
+        failed += huge.insert(items[0]) || huge.find(0) || huge.remove(items[0]);
+        std::size_t n = 0;
+        while (n < items.size()) {
+            items[n] = Item(n);
+            if (!table.insert(items[n]))
+                break;
+            ++n;
+        }
+        failed += n == 0 || n == items.size();  // the nodes must run out on the way
+        failed += table.getCount() != n;
+        failed += table.find(Item(n - 1)) != &items[n - 1] || table.find(Item(n)) != nullptr;
+        failed += !table.remove(items[n - 1]) || !table.insert(items[n]);  // a node to reuse
+        return failed;
+    };
+    EXPECT_EXIT(std::_Exit(failures()), ::testing::ExitedWithCode(0), "");
 }

@@ -10,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
+
 using namespace vanta;
 using vantatest::ScopedEnv;
 
@@ -120,20 +122,32 @@ TEST(Locales, AddressesFollowTheLanguage) {
     System::setCurrentLocale(QStringLiteral("en_US"));
 }
 
-TEST(Browser, OpensWithSpacesEscapedAndRefusesBadAddresses) {
-    // A fake xdg-open first on PATH appends the number of its arguments and the first to a log.
+namespace {
+
+// A fake xdg-open in a folder of its own, which appends the number of its arguments and the first
+// to xdg-open.log beside it. Returns the folder.
+QString installFakeOpener() {
     const QString bin = vantatest::scratchDir() + "/fakebin";
     QDir().mkpath(bin);
     QFile script(bin + "/xdg-open");
-    ASSERT_TRUE(script.open(QIODevice::WriteOnly));
-    script.write("#!/bin/sh\nprintf '%s|%s\\n' \"$#\" \"$1\" >> \"$0.log\"\n");
+    if (script.open(QIODevice::WriteOnly))
+        script.write("#!/bin/sh\nprintf '%s|%s\\n' \"$#\" \"$1\" >> \"$0.log\"\n");
     script.close();
     script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    return bin;
+}
+
+QByteArray openerLog(const QString& bin) {
+    QFile f(bin + "/xdg-open.log");
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+}  // namespace
+
+TEST(Browser, OpensWithSpacesEscapedAndRefusesBadAddresses) {
+    const QString bin = installFakeOpener();
     ScopedEnv path("PATH", (bin + ":/usr/bin:/bin").toUtf8().constData());
-    auto log = [&] {
-        QFile f(bin + "/xdg-open.log");
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-    };
+    auto log = [&] { return openerLog(bin); };
 
     sLastLaunchSucceded = true;
     EXPECT_FALSE(System::LaunchExternalBrowser(QString()));
@@ -154,4 +168,22 @@ TEST(Browser, OpensWithSpacesEscapedAndRefusesBadAddresses) {
     ScopedEnv nowhere("PATH", (bin + "/nothing-here").toUtf8().constData());
     EXPECT_FALSE(System::LaunchExternalBrowser(QStringLiteral("http://host/")));
     EXPECT_FALSE(sLastLaunchSucceded);
+}
+
+// With SIGCHLD ignored the system reaps the opener itself; the thread that would have reaped it
+// must still end.
+TEST(BrowserDeathTest, TheReaperEndsWhenTheSystemReapedTheOpener) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto run = [] {
+        const QString bin = installFakeOpener();
+        ScopedEnv path("PATH", (bin + ":/usr/bin:/bin").toUtf8().constData());
+        std::signal(SIGCHLD, SIG_IGN);
+        const auto threads = [] { return QDir("/proc/self/task").count(); };
+        const auto before = threads();
+        if (!System::LaunchExternalBrowser(QStringLiteral("http://h/")))
+            return 1;
+        const bool opened = vantatest::waitUntil([&] { return openerLog(bin) == "1|http://h/\n"; });
+        return opened && vantatest::waitUntil([&] { return threads() == before; }) ? 0 : 2;
+    };
+    EXPECT_EXIT(std::_Exit(run()), ::testing::ExitedWithCode(0), "");
 }

@@ -11,6 +11,7 @@
 #include <csignal>
 #include <chrono>
 #include <future>
+#include <unistd.h>
 
 using namespace vanta;
 
@@ -91,4 +92,18 @@ TEST(Process, ProgramThatCannotStart) {
     child.block();  // returns at once
     child.kill();
     EXPECT_EQ(child.status(), 127);
+}
+
+// With SIGCHLD ignored the system reaps children itself and waiting for one fails: the child
+// counts as ended instead of being waited for for ever.
+TEST(ProcessDeathTest, AChildTheSystemReapedHasEnded) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto run = [] {
+        alarm(10);  // a hang fails the test instead of stalling it
+        std::signal(SIGCHLD, SIG_IGN);
+        Process child(QStringLiteral("sh"), {QStringLiteral("-c"), QStringLiteral("exit 3")});
+        child.block();
+        return child.isRunning() ? 1 : 0;
+    };
+    EXPECT_EXIT(std::_Exit(run()), ::testing::ExitedWithCode(0), "");
 }

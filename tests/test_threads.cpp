@@ -1,4 +1,5 @@
 // Tests of System's thread operations and AsyncThread worker groups.
+#include <vanta/memory.h>
 #include <vanta/system.h>
 #include <vanta/thread.h>
 
@@ -12,7 +13,9 @@
 #include <chrono>
 #include <map>
 #include <mutex>
+#include <sys/mman.h>
 #include <thread>
+#include <vector>
 
 using namespace vanta;
 using namespace vantatest;
@@ -68,6 +71,39 @@ TEST(System, SpawnRunsTheFunctionAndJoinWaitsForIt) {
     EXPECT_EQ(System::join(0), ESRCH);
 }
 
+TEST(SystemDeathTest, SpawnWithoutMemoryReturnsNoThread) {
+    if (!canLimitAddressSpace())
+        GTEST_SKIP() << "a sanitizer needs the address space";
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    // In a child with 32 MiB of address space left: first no thread stack fits (the heap still
+    // has room for the start record), then the heap is full too.
+    const auto failures = [] {
+        std::vector<void*> maps, blocks;
+        maps.reserve(1 << 10);
+        blocks.reserve(1 << 16);
+        if (!limitAddressSpace(32u << 20))
+            return 100;
+        while (maps.size() < maps.capacity()) {
+            void* m = mmap(nullptr, 1 << 20, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+            if (m == MAP_FAILED)
+                break;
+            maps.push_back(m);
+        }
+        const auto nothing = [](void*) -> void* { return nullptr; };
+        int failed = System::spawn(nothing, nullptr) != 0;
+        while (blocks.size() < blocks.capacity()) {
+            void* p = doNew(256);
+            if (!p)
+                break;
+            blocks.push_back(p);
+        }
+        failed += maps.size() == maps.capacity() || blocks.size() == blocks.capacity();
+        failed += System::spawn(nothing, nullptr) != 0;
+        return failed;
+    };
+    EXPECT_EXIT(std::_Exit(failures()), ::testing::ExitedWithCode(0), "");
+}
+
 TEST(System, ThreadStorageAndTheMainThreadMarkAreKeptPerThread) {
     const unsigned key = System::createThreadKey();
     int here = 0, there = 0;
@@ -98,29 +134,33 @@ TEST(System, ThreadStorageAndTheMainThreadMarkAreKeptPerThread) {
 }
 
 TEST(AsyncThread, EachReadyGivesOneCallPerWorkerAndAtMostTwoQueue) {
-    CountingHandler handler;
-    AsyncThread group(&handler, 3);
-    group.ready();  // not started: no effect
-    ASSERT_EQ(group.startThreads(), 0);
-    EXPECT_EQ(group.runningCount(), 3);
-    EXPECT_EQ(group.startThreads(), AsyncThread::kAlreadyStarted);
-    std::this_thread::sleep_for(milliseconds(50));
-    EXPECT_EQ(handler.calls.load(), 0) << "no call before the first ready()";
-    // The workers hold in their first call, so the second request queues and the third drops.
-    handler.hold = true;
-    for (int n = 0; n < 3; ++n)
+    for (const int workers : {3, 1}) {  // one worker: the start rendezvous is just the pair
+        SCOPED_TRACE(workers);
+        CountingHandler handler;
+        AsyncThread group(&handler, workers);
+        group.ready();  // not started: no effect
+        ASSERT_EQ(group.startThreads(), 0);
+        EXPECT_EQ(group.runningCount(), workers);
+        EXPECT_EQ(group.startThreads(), AsyncThread::kAlreadyStarted);
+        std::this_thread::sleep_for(milliseconds(50));
+        EXPECT_EQ(handler.calls.load(), 0) << "no call before the first ready()";
+        // The workers hold in their first call, so the second request queues and the third
+        // drops.
+        handler.hold = true;
+        for (int n = 0; n < 3; ++n)
+            group.ready();
+        handler.hold = false;
+        EXPECT_TRUE(waitUntil([&] { return handler.eachCalled(workers, 2); }));
+        std::this_thread::sleep_for(milliseconds(100));
+        EXPECT_EQ(handler.calls.load(), 2 * workers);
         group.ready();
-    handler.hold = false;
-    EXPECT_TRUE(waitUntil([&] { return handler.eachCalled(3, 2); }));
-    std::this_thread::sleep_for(milliseconds(100));
-    EXPECT_EQ(handler.calls.load(), 6);
-    group.ready();
-    EXPECT_TRUE(waitUntil([&] { return handler.eachCalled(3, 3); }));
-    std::this_thread::sleep_for(milliseconds(50));
-    EXPECT_EQ(handler.calls.load(), 9);
-    onOtherThread([&] { EXPECT_EQ(group.exitThreads(), 0); });
-    EXPECT_EQ(group.runningCount(), 0);
-    EXPECT_EQ(group.startThreads(), AsyncThread::kAlreadyStarted) << "a group never restarts";
+        EXPECT_TRUE(waitUntil([&] { return handler.eachCalled(workers, 3); }));
+        std::this_thread::sleep_for(milliseconds(50));
+        EXPECT_EQ(handler.calls.load(), 3 * workers);
+        onOtherThread([&] { EXPECT_EQ(group.exitThreads(), 0); });
+        EXPECT_EQ(group.runningCount(), 0);
+        EXPECT_EQ(group.startThreads(), AsyncThread::kAlreadyStarted) << "a group never restarts";
+    }
 }
 
 TEST(AsyncThread, WaitTimeOutDrivesRounds) {

@@ -4,6 +4,7 @@
 #include <QString>
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
 
 namespace vantatest {
@@ -15,6 +16,13 @@ QString scratchDir();
 // Every wait in a test goes through a limit like this, so a deadlock fails instead of hanging.
 bool waitUntil(const std::function<bool()>& condition,
                std::chrono::milliseconds limit = std::chrono::seconds(10));
+
+// Caps this process's address space at what it maps now plus headroom bytes, so that large
+// allocations fail as on a full machine. For death-test children only: the cap stays. False
+// when it could not be set, and always under a sanitizer, whose shadow memory needs the room.
+bool limitAddressSpace(std::size_t headroom);
+// Whether limitAddressSpace can work in this build (checked before starting a child).
+bool canLimitAddressSpace();
 
 // Sets an environment variable for the life of the object, restoring the old value after.
 class ScopedEnv {
