@@ -18,4 +18,29 @@ int saturatedMB(long long bytes);
 // for an x86 "cpu family" (3, 4, 5 as they are, 6 and above as 6). Other families give 0, 0.
 void x86Report(int family, int& cpuType, int& cpuSubtype);
 
+// Linux: the facts below are read from the texts of /proc and /sys files, so each reading is
+// a pure function of those texts.
+
+// The online processor count as sysconf reported it; 1 when it reported none or failed.
+int processorCount(long online);
+
+// The processor clock in Hz: the cpufreq maximum (a number of kHz) when it is positive,
+// else cpuinfo's "cpu MHz"; 0 when neither gives a positive rate.
+float clockSpeedHz(const QByteArray& maxFreqKHz, const QByteArray& cpuinfo);
+
+// Physical and virtual megabytes, as System::getAvailableMemoryMB, getUsedMemoryMB and
+// getTotalMemoryMB report them, from /proc/meminfo and /proc/vmstat texts.
+struct MemoryMB {
+    int physical;
+    int virtual_;
+};
+// Available: MemAvailable, saturated (absent reads as -1, so as the ceiling); virtual is
+// always the 2047 MB ceiling.
+MemoryMB availableMemoryMB(const QByteArray& meminfo);
+// Used: MemTotal - MemAvailable (0 when either is absent); virtual is the swapped-out size,
+// pswpout pages of pageSize bytes, saturated at 2047 (0 without a positive page size).
+MemoryMB usedMemoryMB(const QByteArray& meminfo, const QByteArray& vmstat, long long pageSize);
+// Total: MemTotal, kept at most 2147483647 / 4 so that virtual, four times it, fits an int.
+MemoryMB totalMemoryMB(const QByteArray& meminfo);
+
 }  // namespace vanta::sysinfo
