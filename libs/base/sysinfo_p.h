@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QString>
 
 namespace vanta::sysinfo {
 
@@ -42,5 +43,20 @@ MemoryMB availableMemoryMB(const QByteArray& meminfo);
 MemoryMB usedMemoryMB(const QByteArray& meminfo, const QByteArray& vmstat, long long pageSize);
 // Total: MemTotal, kept at most 2147483647 / 4 so that virtual, four times it, fits an int.
 MemoryMB totalMemoryMB(const QByteArray& meminfo);
+
+// What an OpenGL renderer says about itself.
+struct GlStrings {
+    QString vendor;
+    QString renderer;
+    QString version;
+};
+
+// The strings of the default OpenGL renderer, through a 1x1 off-screen surface (the surfaceless
+// platform when there is no window system). Empty where there is no GL stack or no context can
+// be made.
+GlStrings askGl();
+
+// Software rasterisers answer GL queries too, but they are not a graphics card.
+bool isSoftwareRenderer(const QString& renderer);
 
 }  // namespace vanta::sysinfo
