@@ -6,9 +6,12 @@
 #include "testsupport.h"
 
 #include <QFile>
+#include <QLibrary>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
 #include <sys/utsname.h>
 
 using namespace vanta;
@@ -27,6 +30,10 @@ long long meminfoKB(const char* key) {
 }
 
 QString fakeSysfs(const char* name) { return QStringLiteral(VANTA_TEST_DATA "/sysinfo/") + name; }
+
+// Where distributions put Mesa's DRI drivers.
+const char* const kDriDirs[] = {"/usr/lib/x86_64-linux-gnu/dri", "/usr/lib/aarch64-linux-gnu/dri",
+                                "/usr/lib64/dri", "/usr/lib/dri"};
 
 }  // namespace
 
@@ -106,6 +113,63 @@ TEST(Memory, SaturationAtTwoGigabytes) {
         {2147483647LL, 2047}, {2147483648LL, 2047}, {1LL << 40, 2047}, {-1, 2047}};
     for (const auto& [bytes, mb] : rows)
         EXPECT_EQ(sysinfo::saturatedMB(bytes), mb) << bytes;
+}
+
+TEST(Processor, CountAndClockFromWhatTheSystemSays) {
+    for (const auto& [online, count] : {std::pair{-1L, 1}, {0L, 1}, {1L, 1}, {2L, 2}, {64L, 64}})
+        EXPECT_EQ(sysinfo::processorCount(online), count) << online;
+    const struct {
+        const char* maxKHz;
+        const char* cpuinfo;
+        float hz;
+    } rows[] = {
+        {"3400000", "cpu MHz\t\t: 2400.000\n", 3.4e9f},  // cpufreq first
+        {"0", "model\t: 1\ncpu MHz\t\t: 2400.000\n", 2.4e9f},
+        {"", "cpu MHz : 2400.5", 2.4005e9f},
+        {"fast", "cpu MHz : 1000", 1e9f},
+        {"", "cpu MHz : 0", 0.0f},
+        {"", "cpu MHz : -5", 0.0f},
+        {"", "", 0.0f},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(sysinfo::clockSpeedHz(row.maxKHz, row.cpuinfo), row.hz) << row.maxKHz;
+}
+
+TEST(Memory, FiguresFromMeminfoAndVmstat) {
+    const auto mb = [](sysinfo::MemoryMB m) { return std::pair{m.physical, m.virtual_}; };
+    const QByteArray meminfo = "MemTotal:        1048576 kB\nMemFree:  1 kB\n"
+                               "MemAvailable:     524288 kB\n";
+    const QByteArray noAvailable = "MemTotal:        1048576 kB\n";
+    EXPECT_EQ(mb(sysinfo::availableMemoryMB(meminfo)), std::pair(512, 2047));
+    EXPECT_EQ(mb(sysinfo::availableMemoryMB(noAvailable)), std::pair(2047, 2047));
+
+    const struct {
+        QByteArray meminfo;
+        const char* vmstat;
+        long long pageSize;
+        std::pair<int, int> used;
+    } rows[] = {
+        {meminfo, "pgpgout 9\npswpout 256\n", 4096, {512, 1}},
+        {meminfo, "pswpout 0\n", 4096, {512, 0}},
+        {meminfo, "", 4096, {512, 0}},
+        {meminfo, "pswpout 524287\n", 4096, {512, 2047}},  // just under 2 GiB
+        {meminfo, "pswpout 524288\n", 4096, {512, 2047}},
+        {meminfo, "pswpout 9223372036854775\n", 4096, {512, 2047}},  // past 64 bits in bytes
+        {meminfo, "pswpout 1023\n", 1 << 21, {512, 2046}},  // 2 MiB pages: exact below the cap
+        {meminfo, "pswpout 10\n", 0, {512, 0}},
+        {noAvailable, "pswpout 256\n", 4096, {0, 1}},
+        {"MemAvailable: 1 kB\n", "", 4096, {0, 0}},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(mb(sysinfo::usedMemoryMB(row.meminfo, row.vmstat, row.pageSize)), row.used)
+            << row.vmstat;
+
+    EXPECT_EQ(mb(sysinfo::totalMemoryMB(meminfo)), std::pair(1024, 4096));
+    EXPECT_EQ(mb(sysinfo::totalMemoryMB("")), std::pair(0, 0));
+    EXPECT_EQ(mb(sysinfo::totalMemoryMB("MemTotal: 2147483644 kB\n")), std::pair(2097151, 8388604));
+    // A quarter of the int range at most, so that four times it still fits.
+    EXPECT_EQ(mb(sysinfo::totalMemoryMB("MemTotal: 1099511627776 kB\n")),
+              std::pair(536870911, 2147483644));
 }
 
 TEST(Memory, FiguresAgreeWithProcMeminfo) {
@@ -190,6 +254,30 @@ TEST(GfxCardInfo, SoftwareRenderersAreNotACard) {
         << chipset.toStdString();
     int mb = 0;
     EXPECT_TRUE(card.getGraphicsCardMemoryInMB(mb));
+}
+
+TEST(GfxCardInfo, AsksTheRendererThroughEgl) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the GL stack's own allocations would read as leaks here";
+#endif
+    // Mesa's software rasteriser answers on any machine that has it, card or not, so the whole
+    // conversation runs: display, context, surface, the three strings, and the clean-up.
+    const bool softwareDriver =
+        std::any_of(std::begin(kDriDirs), std::end(kDriDirs),
+                    [](const char* dir) { return QFile::exists(QString(dir) + "/swrast_dri.so"); });
+    if (!softwareDriver || !QLibrary(QStringLiteral("EGL"), 1).load())
+        GTEST_SKIP() << "no EGL with a software driver here";
+    const sysinfo::GlStrings gl = sysinfo::askGl();
+    EXPECT_FALSE(gl.vendor.isEmpty());
+    EXPECT_FALSE(gl.renderer.isEmpty());
+    EXPECT_TRUE(gl.version.contains(QLatin1Char('.'))) << gl.version.toStdString();
+
+    const std::pair<const char*, bool> renderers[] = {
+        {"llvmpipe (LLVM 15.0.6, 256 bits)", true}, {"softpipe", true}, {"Mesa swrast", true},
+        {"Software Rasterizer", true}, {"AMD Radeon RX 6600 (navi23, LLVM 15.0.6, DRM 3.49)", false},
+        {"", false}};
+    for (const auto& [renderer, software] : renderers)
+        EXPECT_EQ(sysinfo::isSoftwareRenderer(QString::fromLatin1(renderer)), software) << renderer;
 }
 
 TEST(GfxCardInfo, SingletonIsRebuiltAfterDelete) {

@@ -1,6 +1,7 @@
 // vanta::GfxCardInfoLinux: graphics card facts from the kernel's DRM devices in sysfs and from
 // the OpenGL renderer, asked through EGL loaded at run time.
 #include <vanta/sysinfo.h>
+#include <vanta/sysinfo_p.h>
 
 #include <vanta/linux/platform_p.h>
 
@@ -42,14 +43,10 @@ QString readLine(const QString& path) {
     return QString::fromUtf8(linuxio::readFirstLine(QFile::encodeName(path)));
 }
 
-// What an OpenGL renderer says about itself.
-struct GlStrings {
-    QString vendor;
-    QString renderer;
-    QString version;
-};
+}  // namespace
 
-// Software rasterisers answer GL queries too, but they are not a graphics card.
+namespace sysinfo {
+
 bool isSoftwareRenderer(const QString& renderer) {
     static const QRegularExpression software(
         QStringLiteral("llvmpipe|softpipe|swrast|software rasterizer"),
@@ -57,9 +54,7 @@ bool isSoftwareRenderer(const QString& renderer) {
     return software.match(renderer).hasMatch();
 }
 
-// The strings of the default OpenGL renderer, through a 1x1 off-screen surface. EGL is opened
-// at run time so that the library has no link-time dependency on a GL stack; on a machine
-// without one, or where no context can be made, the strings stay empty.
+// EGL is opened at run time so that the library has no link-time dependency on a GL stack.
 GlStrings askGl() {
     GlStrings gl;
     void* egl = dlopen("libEGL.so.1", RTLD_LAZY | RTLD_LOCAL);
@@ -137,7 +132,7 @@ GlStrings askGl() {
     return gl;
 }
 
-}  // namespace
+}  // namespace sysinfo
 
 GfxCardInfoLinux::GfxCardInfoLinux(const QString& sysfsRoot, bool askRenderer) {
     sSingleton = this;
@@ -169,8 +164,8 @@ GfxCardInfoLinux::GfxCardInfoLinux(const QString& sysfsRoot, bool askRenderer) {
     // meet a software rasteriser costs time and memory.
     if (!askRenderer || cards.isEmpty())
         return;
-    const GlStrings gl = askGl();
-    if (gl.renderer.isEmpty() || isSoftwareRenderer(gl.renderer))
+    const sysinfo::GlStrings gl = sysinfo::askGl();
+    if (gl.renderer.isEmpty() || sysinfo::isSoftwareRenderer(gl.renderer))
         return;
     // A hardware renderer names the card better than PCI numbers do.
     mGlVendor = gl.vendor;

@@ -27,10 +27,7 @@ int System::sleep(int ms) {
 
 int System::getNumProcessors() {
     // Read once: the count of online processors does not change under a running process here.
-    static const int count = [] {
-        long n = sysconf(_SC_NPROCESSORS_ONLN);
-        return n > 0 ? int(n) : 1;
-    }();
+    static const int count = sysinfo::processorCount(sysconf(_SC_NPROCESSORS_ONLN));
     return count;
 }
 
@@ -54,16 +51,42 @@ int System::getProcessorType() {
 }
 
 float System::getProcessorClockSpeed() {
-    const QByteArray maxKHz =
-        linuxio::readFirstLine("/sys/devices/system/cpu/cpu0/cpufreq/cpuinfo_max_freq");
+    return sysinfo::clockSpeedHz(
+        linuxio::readFirstLine("/sys/devices/system/cpu/cpu0/cpufreq/cpuinfo_max_freq"),
+        linuxio::readSmallFile("/proc/cpuinfo"));
+}
+
+void System::getAvailableMemoryMB(int& physical, int& virtual_) {
+    const sysinfo::MemoryMB mb = sysinfo::availableMemoryMB(linuxio::readSmallFile("/proc/meminfo"));
+    physical = mb.physical;
+    virtual_ = mb.virtual_;
+}
+
+void System::getUsedMemoryMB(int& physical, int& virtual_) {
+    const sysinfo::MemoryMB mb = sysinfo::usedMemoryMB(linuxio::readSmallFile("/proc/meminfo"),
+                                                       linuxio::readSmallFile("/proc/vmstat"),
+                                                       sysconf(_SC_PAGESIZE));
+    physical = mb.physical;
+    virtual_ = mb.virtual_;
+}
+
+void System::getTotalMemoryMB(int& physical, int& virtual_) {
+    const sysinfo::MemoryMB mb = sysinfo::totalMemoryMB(linuxio::readSmallFile("/proc/meminfo"));
+    physical = mb.physical;
+    virtual_ = mb.virtual_;
+}
+
+namespace sysinfo {
+
+int processorCount(long online) { return online > 0 ? int(online) : 1; }
+
+float clockSpeedHz(const QByteArray& maxFreqKHz, const QByteArray& cpuinfo) {
     bool ok = false;
-    const unsigned long long kHz = maxKHz.toULongLong(&ok);
+    const unsigned long long kHz = maxFreqKHz.toULongLong(&ok);
     if (ok && kHz > 0)
         return float(kHz * 1000ULL);
     // Virtual machines often have no cpufreq; the nominal rate in cpuinfo is the next best.
-    const QByteArray mhz =
-        linuxio::keyedValue(linuxio::readSmallFile("/proc/cpuinfo"), "cpu MHz");
-    const double rate = mhz.toDouble(&ok);
+    const double rate = linuxio::keyedValue(cpuinfo, "cpu MHz").toDouble(&ok);
     return ok && rate > 0 ? float(rate * 1e6) : 0.0f;
 }
 
@@ -77,34 +100,31 @@ long long meminfoBytes(const QByteArray& meminfo, const char* key) {
 
 }  // namespace
 
-void System::getAvailableMemoryMB(int& physical, int& virtual_) {
-    const QByteArray meminfo = linuxio::readSmallFile("/proc/meminfo");
-    physical = sysinfo::saturatedMB(meminfoBytes(meminfo, "MemAvailable"));
-    virtual_ = sysinfo::saturatedMB(2147483647);
+MemoryMB availableMemoryMB(const QByteArray& meminfo) {
+    return {saturatedMB(meminfoBytes(meminfo, "MemAvailable")), saturatedMB(2147483647)};
 }
 
-void System::getUsedMemoryMB(int& physical, int& virtual_) {
-    const QByteArray meminfo = linuxio::readSmallFile("/proc/meminfo");
+MemoryMB usedMemoryMB(const QByteArray& meminfo, const QByteArray& vmstat, long long pageSize) {
     const long long total = meminfoBytes(meminfo, "MemTotal");
     const long long available = meminfoBytes(meminfo, "MemAvailable");
-    physical = total < 0 || available < 0 ? 0 : sysinfo::saturatedMB(total - available);
-    const long long pagesOut =
-        linuxio::keyedNumber(linuxio::readSmallFile("/proc/vmstat"), "pswpout");
-    const long long pageSize = sysconf(_SC_PAGESIZE);
+    const long long pagesOut = linuxio::keyedNumber(vmstat, "pswpout");
     // Saturate before multiplying: a long-lived machine's page-out count times the page size
     // could pass what 64 bits hold.
-    virtual_ = pagesOut <= 0 ? 0
-               : pagesOut > 2147483647LL / pageSize ? sysinfo::saturatedMB(2147483647)
-                                                    : sysinfo::saturatedMB(pagesOut * pageSize);
+    return {total < 0 || available < 0 ? 0 : saturatedMB(total - available),
+            pagesOut <= 0 || pageSize <= 0         ? 0
+            : pagesOut > 2147483647LL / pageSize ? saturatedMB(2147483647)
+                                                 : saturatedMB(pagesOut * pageSize)};
 }
 
-void System::getTotalMemoryMB(int& physical, int& virtual_) {
-    const long long total = meminfoBytes(linuxio::readSmallFile("/proc/meminfo"), "MemTotal");
+MemoryMB totalMemoryMB(const QByteArray& meminfo) {
+    const long long total = meminfoBytes(meminfo, "MemTotal");
     const long long mb = total < 0 ? 0 : total >> 20;
     // Kept within int: four times the memory of a very large machine would not fit.
-    physical = int(std::min<long long>(mb, 2147483647LL / 4));
-    virtual_ = physical * 4;
+    const int physical = int(std::min<long long>(mb, 2147483647LL / 4));
+    return {physical, physical * 4};
 }
+
+}  // namespace sysinfo
 
 // Linux fills no time-zone record in gettimeofday, so the record is rebuilt from localtime_r:
 // minutes west of the standard-time offset (tm_gmtoff less the hour of daylight saving time
