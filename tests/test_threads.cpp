@@ -80,7 +80,7 @@ TEST(SystemDeathTest, SpawnWithoutMemoryReturnsNoThread) {
     const auto failures = [] {
         std::vector<void*> maps, blocks;
         maps.reserve(1 << 10);
-        blocks.reserve(1 << 16);
+        blocks.reserve(1 << 20);
         if (!limitAddressSpace(32u << 20))
             return 100;
         while (maps.size() < maps.capacity()) {
@@ -91,11 +91,13 @@ TEST(SystemDeathTest, SpawnWithoutMemoryReturnsNoThread) {
         }
         const auto nothing = [](void*) -> void* { return nullptr; };
         int failed = System::spawn(nothing, nullptr) != 0;
-        while (blocks.size() < blocks.capacity()) {
-            void* p = doNew(256);
-            if (!p)
-                break;
-            blocks.push_back(p);
+        for (const unsigned long size : {4096ul, 256ul, 16ul}) {  // down to the smallest block
+            while (blocks.size() < blocks.capacity()) {
+                void* p = doNew(size);
+                if (!p)
+                    break;
+                blocks.push_back(p);
+            }
         }
         failed += maps.size() == maps.capacity() || blocks.size() == blocks.capacity();
         failed += System::spawn(nothing, nullptr) != 0;
