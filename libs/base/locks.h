@@ -90,6 +90,7 @@ private:
     void releaseLast();
     SpinLockData& data() const;
     friend class Conditional;
+    friend struct SpinLockInline;
     // Points at a SpinLockData, which starts with this head.
     lockdetail::SpinLockHead* mHead;
 };

@@ -2,6 +2,7 @@
 #include <vanta/memorypool.h>
 
 #include "arena_p.h"
+#include "locks_p.h"
 
 namespace vanta {
 
@@ -69,34 +70,34 @@ MemoryPool::~MemoryPool() {
 }
 
 void* MemoryPool::malloc(unsigned long size) {
-    mLock.lock(SpinLock::kForever);
+    SpinLockInline::lock(mLock);
     void* p = arena::malloc(arenaOf(mArena), size);
-    mLock.unlock();
+    SpinLockInline::unlock(mLock);
     return p;
 }
 
 void MemoryPool::free(void* p) {
-    mLock.lock(SpinLock::kForever);
+    SpinLockInline::lock(mLock);
     arena::free(arenaOf(mArena), p);
-    mLock.unlock();
+    SpinLockInline::unlock(mLock);
 }
 
 void* MemoryPool::mallocCounted(unsigned long size, unsigned long payload) {
-    mLock.lock(SpinLock::kForever);
+    SpinLockInline::lock(mLock);
     void* p = arena::malloc(arenaOf(mArena), size);
     if (p)
         mAllocated.store(mAllocated.load(std::memory_order_relaxed) + payload,
                          std::memory_order_relaxed);
-    mLock.unlock();
+    SpinLockInline::unlock(mLock);
     return p;
 }
 
 void MemoryPool::freeCounted(void* p, unsigned long payload) {
-    mLock.lock(SpinLock::kForever);
+    SpinLockInline::lock(mLock);
     mAllocated.store(mAllocated.load(std::memory_order_relaxed) - payload,
                      std::memory_order_relaxed);
     arena::free(arenaOf(mArena), p);
-    mLock.unlock();
+    SpinLockInline::unlock(mLock);
 }
 
 std::vector<MMapRange> MemoryPool::getRanges() const {
@@ -113,9 +114,9 @@ unsigned long MemoryPool::getMappedBytes() const {
 }
 
 bool MemoryPool::checkHeap(std::string* why) {
-    mLock.lock(SpinLock::kForever);
+    SpinLockInline::lock(mLock);
     const bool ok = arena::check(arenaOf(mArena), why);
-    mLock.unlock();
+    SpinLockInline::unlock(mLock);
     return ok;
 }
 
