@@ -25,12 +25,16 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
+#include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -177,6 +181,29 @@ void churnTwoThreads(MakeA make) {
         thread.join();
 }
 
+// A thread that sleeps until destroyed, so the process counts as multi-threaded meanwhile.
+class ParkedThread {
+public:
+    ParkedThread() : mThread([this] {
+        std::unique_lock<std::mutex> hold(mMutex);
+        mWake.wait(hold, [this] { return mStop; });
+    }) {}
+    ~ParkedThread() {
+        {
+            std::lock_guard<std::mutex> hold(mMutex);
+            mStop = true;
+        }
+        mWake.notify_one();
+        mThread.join();
+    }
+
+private:
+    std::mutex mMutex;
+    std::condition_variable mWake;
+    bool mStop = false;
+    std::thread mThread;
+};
+
 struct OwnPoolManager {
     OwnPool own;
     Manager a{own.manager};
@@ -221,6 +248,12 @@ double runWorkload(const std::string& workload, MakeA make) {
         churn(*a, kChurnLive, kChurnSteps, 16, 512, 12345);
     } else if (workload == "churn2") {
         churnTwoThreads(make);
+    } else if (workload == "churn_threaded") {
+        // One thread churns while a second one exists but sleeps: the process is no longer
+        // single-threaded, so locks need locked instructions, yet nothing is shared.
+        ParkedThread parked;
+        auto a = make();
+        churn(*a, kChurnLive, kChurnSteps, 16, 512, 12345);
     } else if (workload == "large") {
         auto a = make();
         churn(*a, kLargeLive, kLargeSteps, 64 * 1024, 1024 * 1024, 999, true);
@@ -337,14 +370,18 @@ struct ArenaOnly {
     void free(void* p) { arena::free(a, p); }
 };
 
-void churnArenaOurs(benchmark::State& state) {
+// An unlocked arena on a first region of its own, growing through the default system calls.
+arena::Arena newPlainArena(void* first) {
     auto map = [](std::size_t size, void*) { return arena::defaultMap(size); };
     auto directMap = [](std::size_t size, void*) { return arena::defaultDirectMap(size); };
     auto unmap = [](void* base, std::size_t size, void*) { return arena::defaultUnmap(base, size); };
+    return arena::create(first, kFirstRegion, false, directMap, map, nullptr, nullptr, unmap);
+}
+
+void churnArenaOurs(benchmark::State& state) {
     for (auto _ : state) {
         void* first = arena::defaultDirectMap(kFirstRegion);
-        ArenaOnly a{arena::create(first, kFirstRegion, false, directMap, map, nullptr, nullptr,
-                                  unmap)};
+        ArenaOnly a{newPlainArena(first)};
         const double start = cpuSeconds();
         churn(a, kChurnLive, kChurnSteps, 16, 512, 12345);
         state.SetIterationTime(cpuSeconds() - start);
@@ -353,6 +390,74 @@ void churnArenaOurs(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * kChurnSteps);
 }
+
+// The least a lock around every arena call can cost: one compare-and-swap to take it and one
+// exchange to release it (a sleeping waiter must be seen), around the unlocked arena, on two
+// threads each with its own arena. What ours adds above this is the pool's and manager's own.
+struct BareLockedArena {
+    ArenaOnly arena;
+    alignas(64) std::atomic<unsigned> word{0};
+    void take() {
+        unsigned expected = 0;
+        while (!word.compare_exchange_weak(expected, 1, std::memory_order_acquire,
+                                           std::memory_order_relaxed))
+            expected = 0;
+    }
+    void release() { word.exchange(0, std::memory_order_release); }
+    void* alloc(std::size_t n) {
+        take();
+        void* p = arena.alloc(n);
+        release();
+        return p;
+    }
+    void free(void* p) {
+        take();
+        arena.free(p);
+        release();
+    }
+};
+
+void churnFloorTwoThreads(benchmark::State& state) {
+    for (auto _ : state) {
+        const double start = cpuSeconds();
+        churnTwoThreads([] {
+            struct Owned : BareLockedArena {
+                void* first = arena::defaultDirectMap(kFirstRegion);
+                Owned() { arena.a = newPlainArena(first); }
+                ~Owned() {
+                    arena::destroy(arena.a);
+                    arena::defaultUnmap(first, kFirstRegion);
+                }
+            };
+            return std::make_unique<Owned>();
+        });
+        state.SetIterationTime(cpuSeconds() - start);
+    }
+    state.SetItemsProcessed(state.iterations() * 2 * kChurnSteps);
+}
+
+// Counts, instead of allocating, what each managed block of n bytes takes in the arena: the
+// 16-byte manager header and the 8-byte size word, rounded up to 16, at least 32 bytes.
+struct ChunkCounter {
+    std::size_t liveChunkBytes = 0, peakChunkBytes = 0;
+    static std::size_t chunkBytes(std::size_t n) {
+        return std::max<std::size_t>(32, (n + HeapManager::kHeaderSize + 8 + 15) & ~std::size_t(15));
+    }
+    void* alloc(std::size_t n) {
+        liveChunkBytes += chunkBytes(n);
+        peakChunkBytes = std::max(peakChunkBytes, liveChunkBytes);
+        // The churn writes the block's first byte and frees it by pointer: a real block
+        // carrying its size serves both.
+        auto* p = static_cast<std::size_t*>(std::malloc(sizeof(std::size_t) + n));
+        *p = n;
+        return p + 1;
+    }
+    void free(void* q) {
+        std::size_t* p = static_cast<std::size_t*>(q) - 1;
+        liveChunkBytes -= chunkBytes(*p);
+        std::free(p);
+    }
+};
 
 // Not timed: computes the memory figures once and adds them to the printed results.
 void memoryFigures(benchmark::State& state) {
@@ -369,6 +474,23 @@ void memoryFigures(benchmark::State& state) {
                           "16..512 bytes, %ld steps, %.1f MB peak payload",
                           ratio, ratio <= 1.25 ? "met" : "MISSED", kMemoryLive, kMemorySteps,
                           double(peak) / 1e6);
+            vantabench::note(line);
+        }
+        {
+            // The least any arena with 16-byte aligned chunks and one size word can map for the
+            // same sequence: every live block's chunk (manager header, size word, rounding to
+            // 16) with no fragmentation at all, against whole regions of the 4 MiB step.
+            ChunkCounter counter;
+            const std::size_t peak = churn(counter, kMemoryLive, kMemorySteps, 16, 512, 4242);
+            const double granule = double(kFirstRegion);
+            const double regions = std::ceil(double(counter.peakChunkBytes) / granule);
+            std::snprintf(line, sizeof line,
+                          "memory/lower bound for HeapManager blocks: peak chunk bytes with no "
+                          "fragmentation %.2f MB = %.3f of payload, so at least %.0f regions of "
+                          "4 MiB: ratio >= %.3f",
+                          double(counter.peakChunkBytes) / 1e6,
+                          double(counter.peakChunkBytes) / double(peak), regions,
+                          regions * granule / double(peak));
             vantabench::note(line);
         }
         {
@@ -412,6 +534,7 @@ const bool sRegistered = [] {
     const Group groups[] = {{"churn_manager", "churn", kChurnSteps},
                             {"churn_pool", "churn", kChurnSteps},
                             {"churn_2threads", "churn2", 2 * kChurnSteps},
+                            {"churn_threaded", "churn_threaded", kChurnSteps},
                             {"large", "large", kLargeSteps}};
     for (const Group& group : groups) {
         for (const char* allocator : {"ours", "glibc", "jemalloc", "mimalloc"}) {
@@ -426,6 +549,15 @@ const bool sRegistered = [] {
                     });
             b->Iterations(3)->UseManualTime()->Unit(benchmark::kMillisecond);
         }
+    }
+    for (const char* allocator : {"ours", "glibc"}) {
+        benchmark::internal::Benchmark* b =
+            std::strcmp(allocator, "ours") == 0
+                ? benchmark::RegisterBenchmark("floor_2threads/ours", churnFloorTwoThreads)
+                : benchmark::RegisterBenchmark("floor_2threads/glibc", [](benchmark::State& state) {
+                      timed(state, "churn2", "glibc", 2 * kChurnSteps);
+                  });
+        b->Iterations(3)->UseManualTime()->Unit(benchmark::kMillisecond);
     }
     for (const char* allocator : {"ours", "glibc"}) {
         benchmark::internal::Benchmark* b =
