@@ -316,6 +316,53 @@ TEST(Arena, CheckFindsDamage) {
     }
 }
 
+TEST(Arena, CheckFindsATreeRotatedOutOfPriorityOrder) {
+    // A rotation keeps a tree in size and address order but puts a parent below its child: only
+    // the priority rule tells. Forty equal free chunks make one tree; rotate a node that has
+    // both a parent and a child.
+    TestArena t;
+    std::vector<char*> nodes;
+    for (int i = 0; i < 40; ++i) {
+        nodes.push_back(static_cast<char*>(arena::malloc(t.a, 1100)));
+        ASSERT_NE(arena::malloc(t.a, 16), nullptr);
+    }
+    for (char* p : nodes)
+        arena::free(t.a, p);
+    ASSERT_TRUE(t.healthy());
+    // Links are chunk addresses, 16 bytes before the payload; link 0 is the left child.
+    auto child = [](char* node, int side) { return reinterpret_cast<void**>(node)[side]; };
+    auto setChild = [](char* node, int side, void* to) { reinterpret_cast<void**>(node)[side] = to; };
+    auto payload = [](void* chunk) { return static_cast<char*>(chunk) + 16; };
+    bool rotated = false;
+    for (char* parent : nodes) {
+        for (int way = 0; way < 2 && !rotated; ++way) {
+            void* c = child(parent, way);
+            if (!c)
+                continue;
+            char* node = payload(c);
+            for (int side = 0; side < 2 && !rotated; ++side) {
+                void* l = child(node, side);
+                if (!l)
+                    continue;
+                // The child takes the node's place; the node becomes the child's child on the
+                // other side and adopts what the child had there.
+                char* lifted = payload(l);
+                setChild(node, side, child(lifted, 1 - side));
+                setChild(lifted, 1 - side, c);
+                setChild(parent, way, l);
+                rotated = true;
+            }
+        }
+        if (rotated)
+            break;
+    }
+    ASSERT_TRUE(rotated);
+    std::string why;
+    EXPECT_FALSE(arena::check(t.a, &why));
+    EXPECT_NE(why.find("priorities"), std::string::npos) << why;
+    t.a = nullptr;  // damaged: unmap the regions without walking them
+}
+
 TEST(ArenaDeathTest, FreeStopsTheProcessOnABlockItCannotTakeBack) {
     // Going on would hand one block to two callers, or give pool A a block of pool B.
     GTEST_FLAG_SET(death_test_style, "threadsafe");
