@@ -183,6 +183,12 @@ std::atomic<std::size_t> gTrimThreshold{std::size_t(2) * 1024 * 1024};
 
 bool mapFailed(void* p) { return !p || p == kMapFailed; }
 
+// Going on would hand the block out twice or corrupt the heap for later callers.
+[[noreturn, gnu::cold, gnu::noinline]] void stopOnBadFree(const char* fault, const void* p) {
+    std::fprintf(stderr, "free(): %s: %p\n", fault, p);
+    std::abort();
+}
+
 }  // namespace
 
 struct ArenaState {
@@ -218,21 +224,27 @@ struct ArenaState {
     // waiting in a quick list. The size is checked by badSize, on the path that reads the
     // neighbour anyway: a quick-listed free touches no other chunk, and stays that cheap.
     const char* badFree(const Chunk* c) {
-        const auto inside = [c](const Region* r) {
-            return r && reinterpret_cast<const char*>(c) >= reinterpret_cast<char*>(r->first) &&
-                   reinterpret_cast<const char*>(c) < reinterpret_cast<char*>(r->fence);
-        };
-        if (!inside(lastFreed)) {
-            Region* r = regions;
-            while (r && !inside(r))
-                r = r->next;
-            if (!r)
-                return "pointer not from this pool";
-            lastFreed = r;
-        }
+        if (!inside(lastFreed, c) && !findRegion(c))
+            return "pointer not from this pool";
         if ((c->head & (kCInUse | kQuick)) != kCInUse)
             return "double free detected";
         return nullptr;
+    }
+
+    static bool inside(const Region* r, const Chunk* c) {
+        return r && reinterpret_cast<const char*>(c) >= reinterpret_cast<char*>(r->first) &&
+               reinterpret_cast<const char*>(c) < reinterpret_cast<char*>(r->fence);
+    }
+
+    // Makes the region holding c the one tried first; false when no region of this arena
+    // holds it. Out of line: most frees fall in the region of the one before.
+    [[gnu::noinline]] bool findRegion(const Chunk* c) {
+        Region* r = regions;
+        while (r && !inside(r, c))
+            r = r->next;
+        if (r)
+            lastFreed = r;
+        return r != nullptr;
     }
 
     // Why c's size cannot be trusted, or null when it ends inside c's region (found by badFree)
@@ -328,6 +340,20 @@ struct ArenaState {
         return c;
     }
 
+    // A chunk of size bytes from the bins, marked in use; null when the system refused more.
+    // Out of line, so that the quick-list path of malloc stays short.
+    [[gnu::noinline]] Chunk* takeFromBins(std::size_t size) {
+        Chunk* c = takeBestFit(size);
+        // Before asking the system, see whether the quick lists hold enough once coalesced.
+        if (!c && flushQuick())
+            c = takeBestFit(size);
+        if (!c && grow(size))
+            c = takeBestFit(size);
+        if (c)
+            carve(c, size);
+        return c;
+    }
+
     // Marks the free (unbinned) chunk c in use for size bytes, returning any remainder large
     // enough to be a chunk to the bins.
     void carve(Chunk* c, std::size_t size) {
@@ -344,6 +370,15 @@ struct ArenaState {
             nextOf(c)->head |= kPInUse;
         }
         inUseBytes += size;
+    }
+
+    // Frees the chunk c of block p into the bins, once its size word proves trustworthy.
+    // Out of line, so that the quick-list path of free stays short.
+    [[gnu::noinline]] void freeToBins(Chunk* c, void* p) {
+        if (const char* fault = badSize(c))
+            stopOnBadFree(fault, p);
+        inUseBytes -= sizeOf(c);
+        coalesceAndBin(c);
     }
 
     // Marks the chunk c (in use, not in a quick list) free, merges it with free neighbours and
@@ -539,14 +574,7 @@ void* malloc(Arena a, std::size_t n) {
             return payloadOf(c);
         }
     }
-    Chunk* c = a->takeBestFit(size);
-    // Before asking the system, see whether the quick lists hold enough once coalesced.
-    if (!c && a->flushQuick())
-        c = a->takeBestFit(size);
-    if (!c && a->grow(size))
-        c = a->takeBestFit(size);
-    if (c)
-        a->carve(c, size);
+    Chunk* c = a->takeFromBins(size);
     a->exit();
     return c ? payloadOf(c) : nullptr;
 }
@@ -556,26 +584,20 @@ void free(Arena a, void* p) {
         return;
     a->enter();
     Chunk* c = chunkOf(p);
-    const char* fault = a->badFree(c);  // first: it reads nothing outside this arena's regions
+    // First: it reads nothing outside this arena's regions.
+    if (const char* fault = a->badFree(c))
+        stopOnBadFree(fault, p);
     const std::size_t size = sizeOf(c);
     const int i = int(size >> 4);
-    const bool quick = size < kLargeMin && a->quickCount[i] < kQuickLimit;
-    if (!fault && !quick)
-        fault = a->badSize(c);
-    if (fault) {
-        // Going on would hand the block out twice or corrupt the heap for later callers.
-        std::fprintf(stderr, "free(): %s: %p\n", fault, p);
-        std::abort();
-    }
-    a->inUseBytes -= size;
-    if (quick) {
+    if (size < kLargeMin && a->quickCount[i] < kQuickLimit) {
+        a->inUseBytes -= size;
         c->head |= kQuick;
         c->fd = a->quick[i];
         a->quick[i] = c;
         ++a->quickCount[i];
         a->quickBytes += size;
     } else {
-        a->coalesceAndBin(c);
+        a->freeToBins(c, p);
     }
     a->exit();
 }

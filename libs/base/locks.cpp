@@ -38,6 +38,8 @@ bool CriticalRegion::enterContended(unsigned int durationMs, uint32_t spinCount)
     return true;
 }
 
+void CriticalRegion::wakeOne() { futex::wake(mWord, 1); }
+
 SpinLock::SpinLock(unsigned long spinCount) : mHead(new SpinLockData) {
     data().spinCount = System::getNumProcessors() > 1 ? uint32_t(spinCount) : 0;
 }

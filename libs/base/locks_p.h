@@ -21,8 +21,9 @@ class CriticalRegion {
 public:
     static constexpr unsigned int kForever = 0x7fffffff;
 
-    // Enters if the region is free now; never waits.
-    bool tryEnter() {
+    // Enters if the region is free now; never waits. Forced inline, as is exit: they are the
+    // whole cost of an uncontended lock.
+    [[gnu::always_inline]] bool tryEnter() {
         if (singleThreaded()) {
             if (mWord.load(std::memory_order_relaxed) != 0)
                 return false;
@@ -39,7 +40,7 @@ public:
         return tryEnter() || (durationMs != 0 && enterContended(durationMs, spinCount));
     }
 
-    void exit() {
+    [[gnu::always_inline]] void exit() {
         uint32_t previous;
         if (singleThreaded()) {
             previous = mWord.load(std::memory_order_relaxed);
@@ -48,10 +49,13 @@ public:
             previous = mWord.exchange(0, std::memory_order_release);
         }
         if (previous == 2)
-            futex::wake(mWord, 1);
+            wakeOne();
     }
 
 private:
+    // Wakes one sleeper. Out of line, so the uncontended exit stays small enough to inline.
+    void wakeOne();
+
     // Polls up to spinCount times, then sleeps on the word until it is free or time runs out.
     // Out of line, so the uncontended path above stays small.
     bool enterContended(unsigned int durationMs, uint32_t spinCount);

@@ -3,6 +3,8 @@
 
 #include <vanta/memorypool.h>
 
+#include "memorypool_p.h"
+
 #include <cstdlib>
 #include <cstring>
 

@@ -82,24 +82,6 @@ void MemoryPool::free(void* p) {
     SpinLockInline::unlock(mLock);
 }
 
-void* MemoryPool::mallocCounted(unsigned long size, unsigned long payload) {
-    SpinLockInline::lock(mLock);
-    void* p = arena::malloc(arenaOf(mArena), size);
-    if (p)
-        mAllocated.store(mAllocated.load(std::memory_order_relaxed) + payload,
-                         std::memory_order_relaxed);
-    SpinLockInline::unlock(mLock);
-    return p;
-}
-
-void MemoryPool::freeCounted(void* p, unsigned long payload) {
-    SpinLockInline::lock(mLock);
-    mAllocated.store(mAllocated.load(std::memory_order_relaxed) - payload,
-                     std::memory_order_relaxed);
-    arena::free(arenaOf(mArena), p);
-    SpinLockInline::unlock(mLock);
-}
-
 std::vector<MMapRange> MemoryPool::getRanges() const {
     CSMutex guard(*sRangesLock.load(std::memory_order_acquire));
     return mRanges;
