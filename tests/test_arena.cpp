@@ -424,6 +424,10 @@ TEST(Arena, BadRequestsAndRefusedMapsGiveNullAndTheArenaStillWorks) {
     EXPECT_EQ(arena::destroy(nullptr), 0u);
     EXPECT_FALSE(arena::setOption(arena::kGranularity, 3000)) << "not a power of two";
     EXPECT_FALSE(arena::setOption(arena::kGranularity, 1024)) << "below a page";
+    const std::size_t granularity = arena::getOption(arena::kGranularity);
+    EXPECT_TRUE(arena::setOption(arena::kGranularity, 2 * granularity));
+    EXPECT_EQ(arena::getOption(arena::kGranularity), 2 * granularity);
+    EXPECT_TRUE(arena::setOption(arena::kGranularity, granularity));
 }
 
 namespace {
