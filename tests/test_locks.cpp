@@ -85,29 +85,6 @@ TEST(SpinLock, TimedLockGivesUpAfterItsTimeOrTakesALockReleasedInTime) {
     EXPECT_EQ(late.load(), 0);
 }
 
-TEST(SpinLock, ASpinningWaiterTakesALockReleasedWhileItPolls) {
-    // A spin budget of several seconds at the least: the waiter must take the lock when it is
-    // released during the polling, not only once the budget is spent (the join gives up at 10 s).
-    SpinLock lock(4000000000ul);
-    std::atomic<int> stage{0};
-    runThreads(2, [&](int i) {
-        if (i == 0) {
-            lock.lock();
-            stage = 1;
-            while (stage.load() != 2)
-                std::this_thread::yield();
-            System::sleep(20);
-            lock.unlock();
-        } else {
-            while (stage.load() != 1)
-                std::this_thread::yield();
-            stage = 2;
-            EXPECT_EQ(lock.lock(), 0);
-            lock.unlock();
-        }
-    });
-}
-
 TEST(SpinLock, StealAndForceUnlockTakeOverALockLeftByAnExitedThread) {
     SpinLock lock;
     auto takeTwiceElsewhere = [&] { onOtherThread([&] { lock.lock(), lock.lock(); }); };
