@@ -85,6 +85,34 @@ TEST(SpinLock, TimedLockGivesUpAfterItsTimeOrTakesALockReleasedInTime) {
     EXPECT_EQ(late.load(), 0);
 }
 
+TEST(SpinLock, APollingWaiterTakesALockReleasedWhileItPolls) {
+    // The waiter's budget of polls lasts seconds even on the fastest processor, so it is still
+    // polling when the lock is released: it must take the lock then, not once the budget is spent.
+    SpinLock lock(4000000000ul);
+    std::atomic<int> stage{0};
+    std::atomic<bool> taken{false};
+    bool takenInTime = false;
+    runThreads(2, [&](int i) {
+        if (i == 0) {
+            lock.lock();
+            stage = 1;
+            while (stage.load() != 2)
+                std::this_thread::yield();
+            System::sleep(20);
+            lock.unlock();
+            takenInTime = waitUntil([&] { return taken.load(); }, std::chrono::milliseconds(500));
+        } else {
+            while (stage.load() != 1)
+                std::this_thread::yield();
+            stage = 2;
+            lock.lock();
+            taken = true;
+            lock.unlock();
+        }
+    });
+    EXPECT_TRUE(takenInTime);
+}
+
 TEST(SpinLock, StealAndForceUnlockTakeOverALockLeftByAnExitedThread) {
     SpinLock lock;
     auto takeTwiceElsewhere = [&] { onOtherThread([&] { lock.lock(), lock.lock(); }); };
