@@ -406,6 +406,13 @@ TEST(LatLngEngines, ExpressionKeepsOnlyTheGroupsTheRecordHolds) {
         EXPECT_EQ(g[i], QString(QChar(u'a' + i - 1))) << i;
 }
 
+TEST(LatLngEngines, ScannerRefusesASlotOutsideItsSet) {
+    latlng::Groups g;
+    EXPECT_FALSE(latlng::scanValue(LatLngValuePatterns::kSlotCount, u"12", g));
+    EXPECT_FALSE(latlng::scanDirectional(LatValuePatterns::kSlotCount, false, u"12", g));
+    EXPECT_FALSE(latlng::scanPair(LatLngPairPatterns::kSlotCount, u"12 45", g));
+}
+
 TEST(LatLngEngines, TreatEveryCodeUnitAlike) {
     // Blanks, digits and marks are where a hand-written matcher could differ from the Unicode
     // classes of the expressions; try every UTF-16 code unit in the places they matter.
