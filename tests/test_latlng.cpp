@@ -395,6 +395,24 @@ TEST(LatLngEngines, CaptureTheSameGroupsOnWrittenAndMutatedTexts) {
     }
 }
 
+TEST(LatLngEngines, ExpressionKeepsOnlyTheGroupsTheRecordHolds) {
+    // An expression with more groups than Groups has room for fills the first kMax and leaves
+    // the rest uncaptured, never writing past the record.
+    const QRegularExpression seven(QStringLiteral("(a)(b)(c)(d)(e)(f)(g)"));
+    latlng::Groups g;
+    ASSERT_TRUE(latlng::matchExpression(seven, u"abcdefg", g));
+    EXPECT_EQ(g[0], u"abcdefg");
+    for (int i = 1; i < latlng::Groups::kMax; ++i)
+        EXPECT_EQ(g[i], QString(QChar(u'a' + i - 1))) << i;
+}
+
+TEST(LatLngEngines, ScannerRefusesASlotOutsideItsSet) {
+    latlng::Groups g;
+    EXPECT_FALSE(latlng::scanValue(LatLngValuePatterns::kSlotCount, u"12", g));
+    EXPECT_FALSE(latlng::scanDirectional(LatValuePatterns::kSlotCount, false, u"12", g));
+    EXPECT_FALSE(latlng::scanPair(LatLngPairPatterns::kSlotCount, u"12 45", g));
+}
+
 TEST(LatLngEngines, TreatEveryCodeUnitAlike) {
     // Blanks, digits and marks are where a hand-written matcher could differ from the Unicode
     // classes of the expressions; try every UTF-16 code unit in the places they matter.

@@ -62,6 +62,7 @@ TEST(StatusApp, MessageTablesAndSeverityWords) {
 TEST(StatusPrintable, KeepsTheShiftedArgumentsAndTheAppendedHex) {
     NetSubsys net(5, QStringLiteral("NET"));
     NetSubsys marked(6, QStringLiteral("X%9"));
+    NetSubsys zeroLed(7, QStringLiteral("X%09"));  // a two-digit marker may start with 0
     const std::pair<unsigned int, const char*> rows[] = {
         {code(3, 5, 11), "Error|NET|Error code Connect failed (0x   11) b"},
         {code(3, 0, 11), "Error|APP|Error code Connect failed (0x   11) b"},
@@ -70,6 +71,7 @@ TEST(StatusPrintable, KeepsTheShiftedArgumentsAndTheAppendedHex) {
         {code(2, 0, 0xabcd), "Warning|APP|Error code  (0x43981) abcd"},
         // A marker brought in by an argument takes the extra argument, as before.
         {code(3, 6, 11), "Error|Xb|Error code Connect failed (0x   11)"},
+        {code(3, 7, 11), "Error|Xb|Error code Connect failed (0x   11)"},
         {code(3, 0x3ffe, 2), "Could not decode error 0xfffe0002"},
         {0x00010000, "Could not decode error 0x10000"},
     };
@@ -120,8 +122,12 @@ TEST(StatusTranslationDeathTest, TablesAndWordsAreTranslatedButNotTheInfoTexts) 
         // for it sits at the first character.
         QString translate(const char*, const char* text, const char*, int) const override {
             const QString marked = QStringLiteral("<%1>").arg(QString::fromUtf8(text));
-            return marked.startsWith(u"<%1|") ? QStringLiteral("%5 ") + marked : marked;
+            if (!marked.startsWith(u"<%1|"))
+                return marked;
+            return percentLast ? marked + u'%' : QStringLiteral("%5 ") + marked;
         }
+        // Then one that ends in a bare percent sign, leaving no marker for the hex code.
+        bool percentLast = false;
         bool isEmpty() const override { return false; }
     };
     const auto mismatches = [] {
@@ -134,6 +140,8 @@ TEST(StatusTranslationDeathTest, TablesAndWordsAreTranslatedButNotTheInfoTexts) 
             {StatusGetSeverityString(code(2, 0, 0)), "<Warning>"},
             {StatusGetSubsysName(code(3, 9, 0)), "<Invalid>"},
             {StatusGetPrintable(code(3, 0, 6)), "6 <<Error>|APP|Error code <File not found> (0x    6)>"},
+            {(marking.percentLast = true, StatusGetPrintable(code(3, 0, 6))),
+             "<<Error>|APP|Error code <File not found> (0x    6)>% 6"},
         };
         int wrong = 0;
         for (const auto& [got, expected] : rows) {

@@ -15,6 +15,11 @@ QString fromUnits(const std::u16string& units) {
     return QString::fromUtf16(units.data(), qsizetype(units.size()));
 }
 
+// The first n units of units, borrowed rather than copied (no zero after them).
+QString borrowedString(const char16_t* units, qsizetype n) {
+    return QString::fromRawData(reinterpret_cast<const QChar*>(units), n);
+}
+
 QByteArray written(const Utf8OStream& stream) { return QByteArray(stream.data(), stream.length()); }
 
 }  // namespace
@@ -57,6 +62,12 @@ TEST(StringConv, PointerFormsStopAtZeroAndTakeNull) {
     EXPECT_EQ(toQString(L"abcdef", 3), QStringLiteral("abc"));
     EXPECT_TRUE(toQString(L"abc", -4).isEmpty());
     EXPECT_EQ(toQString(L"abc\0def"), QStringLiteral("abc"));
+    // Borrowed units without a zero after them: the result is the source's length and ends in a
+    // zero, so its c_str() can be handed on.
+    static const char16_t borrowed[] = u"abZ";
+    const std::wstring wide = toWString(borrowedString(borrowed, 2));
+    EXPECT_EQ(wide, L"ab");
+    EXPECT_EQ(wide.c_str()[2], L'\0');
 }
 
 TEST(StringConv, HexEncodeHasAnEscapeForEveryByte) {
@@ -98,6 +109,11 @@ TEST(Utf8OStream, EncodesEachUnitOnItsOwn) {
         stream << fromUnits(rows[i].first);
         EXPECT_EQ(written(stream), rows[i].second) << "row " << i;
     }
+    // A string over borrowed units has no zero after its end: only its own units are read.
+    static const char16_t borrowed[] = u"abX";
+    Utf8OStream stream;
+    stream << borrowedString(borrowed, 2);
+    EXPECT_EQ(written(stream), "ab");
 }
 
 TEST(Utf8OStream, GrowsByDoublingAndAppends) {
