@@ -160,6 +160,17 @@ TEST(ReadFile, WholeFilesEmptyFilesAndFailures) {
         EXPECT_EQ(file::readFile(bad, size), nullptr);
         EXPECT_EQ(size, 0);
     }
+
+    // A program started with stdin closed gets descriptor 0 for its first open: a valid file.
+    const int savedStdin = ::dup(0);
+    ASSERT_GE(savedStdin, 0);
+    ::close(0);
+    int size = -5;
+    void* data = file::readFile(root + "/one", size);
+    ::dup2(savedStdin, 0);
+    ::close(savedStdin);
+    EXPECT_EQ(QByteArray(static_cast<char*>(data), size), "x");
+    std::free(data);
 }
 
 // A kernel attribute file reports a page as its size but holds a few bytes: the tail past what

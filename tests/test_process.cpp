@@ -89,8 +89,7 @@ TEST(Process, ProgramThatCannotStart) {
     const std::string said = testing::internal::GetCapturedStderr();
     EXPECT_NE(said.find("Failed to start \"/no/such/program\": "), std::string::npos) << said;
     EXPECT_FALSE(child.isRunning());
-    child.block();  // returns at once
-    child.kill();
+    child.block();  // returns at once; kill() is checked in a group of its own below
     EXPECT_EQ(child.status(), 127);
 }
 
@@ -104,6 +103,24 @@ TEST(ProcessDeathTest, AChildTheSystemReapedHasEnded) {
         Process child(QStringLiteral("sh"), {QStringLiteral("-c"), QStringLiteral("exit 3")});
         child.block();
         return child.isRunning() ? 1 : 0;
+    };
+    EXPECT_EXIT(std::_Exit(run()), ::testing::ExitedWithCode(0), "");
+}
+
+// kill() on a program that never started, or after the end, signals nothing: pid 0 there would
+// reach the caller's whole process group. The child leads a group of its own to keep it there.
+TEST(ProcessDeathTest, KillWithNoChildSignalsNobody) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto run = [] {
+        alarm(10);
+        setpgid(0, 0);
+        std::signal(SIGTERM, SIG_DFL);
+        Process never(QStringLiteral("/no/such/program"), {});
+        never.kill();
+        Process ended(QStringLiteral("sh"), {QStringLiteral("-c"), QStringLiteral("exit 0")});
+        ended.block();
+        ended.kill();
+        return 0;
     };
     EXPECT_EXIT(std::_Exit(run()), ::testing::ExitedWithCode(0), "");
 }
