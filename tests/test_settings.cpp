@@ -209,7 +209,7 @@ TEST_F(SaveFrames, NestedFramesEachRestoreTheirOwnStart) {
     EXPECT_EQ(number.getValue(), 4);
 }
 
-TEST(TypedSetting, TextForms) {
+TEST(TypedSetting, TextFormsAndTypeCodes) {
     SettingGroup g("Text");
     for (const auto& [text, expected] :
          {std::pair{" TRUE ", true}, {"\t1\n", true}, {"True", true}, {"yes", false},
@@ -218,6 +218,7 @@ TEST(TypedSetting, TextForms) {
         s.fromString(text);
         EXPECT_EQ(s.getValue(), expected) << '"' << text << '"';
         EXPECT_EQ(s.toString(), expected ? "1" : "0");
+        EXPECT_EQ(static_cast<Setting&>(s).getType(), 0);
     }
     for (const auto& [text, expected] :
          {std::pair{"42", 42}, {"  -17 apples", -17}, {"+8", 8}, {"12.9", 12}, {"abc", 0},
@@ -229,12 +230,14 @@ TEST(TypedSetting, TextForms) {
         s.fromString(text);
         EXPECT_EQ(s.getValue(), expected) << '"' << text << '"';
         EXPECT_EQ(s.toString(), QString::number(expected));
+        EXPECT_EQ(static_cast<Setting&>(s).getType(), 1);
     }
     for (const auto& [text, expected] : {std::pair{"hello world", "hello"},
                                          {"  padded\tword", "padded"}, {"   ", ""}}) {
         TypedSetting<QString> s(g, "s", "old");
         s.fromString(text);
         EXPECT_EQ(s.getValue(), QString(expected)) << '"' << text << '"';
+        EXPECT_EQ(static_cast<Setting&>(s).getType(), 4);
     }
 }
 

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
+#include <QEvent>
 #include <QThread>
 
 #include <atomic>
@@ -72,6 +73,15 @@ struct WatchedManager : Timer::Manager {
     void execute(Timer::SyncMethod& m, bool) override { m.execute(); }
     void executeAsync(Timer::SyncMethod& m) override { m.execute(); }
     Timer* timerSeenByPeer = reinterpret_cast<Timer*>(1);
+};
+
+// Counts the queued calls (posted slot invocations) delivered to the object it watches.
+struct QueuedCallCounter : QObject {
+    bool eventFilter(QObject*, QEvent* event) override {
+        calls += event->type() == QEvent::MetaCall;
+        return false;
+    }
+    int calls = 0;
 };
 
 class TimerTest : public ::testing::Test {
@@ -184,12 +194,17 @@ TEST_F(TimerTest, DeferredCallsRunOnTheUiThread) {
     Timer::execute(now, true);
     EXPECT_EQ(now.runs.load(), 1);
     std::vector<int> order;
+    QueuedCallCounter wakeUps;
+    manager.installEventFilter(&wakeUps);
     Probe later[] = {{&order, 0}, {&order, 1}, {&order, 2}, {&order, 3}, {&order, 4}};
     for (Probe& p : later)
         Timer::executeAsync(p);
     EXPECT_TRUE(order.empty()) << "executeAsync must not run the method before returning";
     ASSERT_TRUE(pumpUntil([&] { return order.size() == 5; }));
+    QCoreApplication::processEvents();
     EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3, 4}));
+    EXPECT_EQ(wakeUps.calls, 1) << "calls queued before the event loop runs share one wake-up";
+    manager.removeEventFilter(&wakeUps);
 
     constexpr int kThreads = 3, kEach = 40;
     Probe async[kThreads][kEach], sync[kThreads];
