@@ -49,21 +49,11 @@ SpinLock::~SpinLock() { delete &data(); }
 // The inline lock() found another owner or none, so the caller is not the owner and cannot
 // become it meanwhile: only the region decides.
 int SpinLock::lockFirst(unsigned int timeoutMs) {
-    SpinLockData& d = data();
     const unsigned int duration = timeoutMs == kForever ? CriticalRegion::kForever : timeoutMs;
-    if (!d.region.enter(duration, d.spinCount))
-        return -1;
-    d.owner.store(self(), std::memory_order_relaxed);
-    d.depth = 1;
-    return 0;
+    return SpinLockInline::takeFree(data(), duration) ? 0 : -1;
 }
 
-void SpinLock::releaseLast() {
-    SpinLockData& d = data();
-    // The depth is left at 1: it counts only while there is an owner, and the next owner sets it.
-    d.owner.store(nullptr, std::memory_order_relaxed);
-    d.region.exit();
-}
+void SpinLock::releaseLast() { SpinLockInline::releaseLast(data()); }
 
 void SpinLock::stealOwnership() { mHead->owner.store(self(), std::memory_order_relaxed); }
 

@@ -74,32 +74,42 @@ static_assert(sizeof(SpinLockData) == 64);
 
 inline SpinLockData& SpinLock::data() const { return static_cast<SpinLockData&>(*mHead); }
 
-// SpinLock::lock(kForever) and unlock() with every uncontended step inline, for the library's own
-// hot paths: a memory pool takes its lock around each allocation, and the out-of-line first
-// acquisition and release cost as much as the arena call they guard. Same results and memory
-// order as the public calls; only a contended acquisition leaves the caller.
+// The steps of SpinLock's lock and unlock, inline. The public calls use the two that leave the
+// header; the library's own hot paths use lock() and unlock() here, so that a memory pool, which
+// takes its lock around each allocation, makes no call for an uncontended lock.
 struct SpinLockInline {
-    static void lock(SpinLock& lock) {
-        SpinLockData& d = lock.data();
-        const void* self = lockdetail::callerIdentity();
-        if (d.owner.load(std::memory_order_relaxed) == self) {
-            ++d.depth;
-            return;
-        }
-        d.region.enter(CriticalRegion::kForever, d.spinCount);
-        d.owner.store(self, std::memory_order_relaxed);
+    // The caller does not hold the lock: takes it within durationMs. False when time ran out.
+    static bool takeFree(SpinLockData& d, unsigned int durationMs) {
+        if (!d.region.enter(durationMs, d.spinCount))
+            return false;
+        d.owner.store(lockdetail::callerIdentity(), std::memory_order_relaxed);
         d.depth = 1;
+        return true;
     }
 
-    // The caller holds the lock.
-    static void unlock(SpinLock& lock) {
-        SpinLockData& d = lock.data();
-        if (d.depth > 1) {
-            --d.depth;
-            return;
-        }
+    // Releases the last level; the caller is the owner. The depth is left at 1: it counts only
+    // while there is an owner, and the next owner sets it.
+    static void releaseLast(SpinLockData& d) {
         d.owner.store(nullptr, std::memory_order_relaxed);
         d.region.exit();
+    }
+
+    // As SpinLock::lock(kForever).
+    static void lock(SpinLock& lock) {
+        SpinLockData& d = lock.data();
+        if (d.owner.load(std::memory_order_relaxed) == lockdetail::callerIdentity())
+            ++d.depth;
+        else
+            takeFree(d, CriticalRegion::kForever);
+    }
+
+    // As SpinLock::unlock() by the owner.
+    static void unlock(SpinLock& lock) {
+        SpinLockData& d = lock.data();
+        if (d.depth > 1)
+            --d.depth;
+        else
+            releaseLast(d);
     }
 };
 
