@@ -69,11 +69,12 @@ struct FakeSystem {
 // An arena on a first region of its own, with the fake system's callbacks and options restored
 // afterwards (they are process-wide).
 struct TestArena {
-    explicit TestArena(std::size_t firstSize = 256 * 1024, bool withUnmap = true)
+    explicit TestArena(std::size_t firstSize = 256 * 1024, bool withUnmap = true,
+                       bool locked = false)
         : size(firstSize) {
         arena::setOption(arena::kGranularity, 64 * 1024);
         arena::setOption(arena::kTrimThreshold, ~std::size_t(0));
-        a = arena::create(first, size, false, &FakeSystem::directMap, &FakeSystem::map,
+        a = arena::create(first, size, locked, &FakeSystem::directMap, &FakeSystem::map,
                           &FakeSystem::brk, &sys, withUnmap ? &FakeSystem::unmap : nullptr);
     }
     ~TestArena() {
@@ -448,9 +449,11 @@ std::size_t stressSize(std::mt19937_64& rng) {
     return std::size_t(std::exp2(std::uniform_real_distribution<double>(low, top)(rng)));
 }
 
-// ops malloc/free operations on slotCount slots of pool, each block filled on malloc and checked
-// before its free, the whole heap checked every 10,000 operations. Returns the first fault, or "".
-std::string stress(MemoryPool& pool, unsigned seed, long ops, std::size_t slotCount) {
+// ops malloc/free operations on slotCount slots of pool (a MemoryPool, or anything with its
+// malloc, free and checkHeap), each block filled on malloc and checked before its free, the whole
+// heap checked every 10,000 operations. Returns the first fault, or "".
+template <class Pool>
+std::string stress(Pool& pool, unsigned seed, long ops, std::size_t slotCount) {
     std::mt19937_64 rng(seed);
     std::vector<Slot> slot(slotCount);
     std::string why;
@@ -487,6 +490,23 @@ std::string stress(MemoryPool& pool, unsigned seed, long ops, std::size_t slotCo
 TEST(ArenaStress, MillionRandomOperationsKeepEveryBlockAndTheHeapIntact) {
     MemoryPool pool("stress", 4194304);
     EXPECT_EQ(stress(pool, 20240601, kStressOps, 3000), "");
+}
+
+// An arena created locked serialises its callers itself, as a pool's lock does.
+TEST(ArenaStress, TwoThreadsOnOneLockedArena) {
+    TestArena t(4194304, true, true);
+    struct {
+        arena::Arena a;
+        void* malloc(std::size_t n) { return arena::malloc(a, n); }
+        void free(void* p) { arena::free(a, p); }
+        bool checkHeap(std::string* why) { return arena::check(a, why); }
+    } locked{t.a};
+    std::string result[2];
+    vantatest::runThreads(
+        2, [&](int i) { result[i] = stress(locked, 91 + unsigned(i), kThreadOps, 1500); },
+        std::chrono::seconds(250));
+    EXPECT_EQ(result[0], "");
+    EXPECT_EQ(result[1], "");
 }
 
 TEST(ArenaStress, TwoThreadsOnOnePool) {

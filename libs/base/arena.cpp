@@ -192,23 +192,28 @@ bool mapFailed(void* p) { return !p || p == kMapFailed; }
 }  // namespace
 
 struct ArenaState {
-    Chunk* quick[kSmallBins] = {};          // freed small chunks, still marked in use (fd links)
+    // What every quick malloc and free reads or writes, at the front: the bounds of the region
+    // of the last chunk freed (tried first when a free checks its pointer), then the quick
+    // lists. Freed small chunks wait there still marked in use, linked through fd.
+    const char* lastLow = nullptr;   // that region's first chunk
+    const char* lastHigh = nullptr;  // and its fence
+    bool locked;
     std::uint8_t quickCount[kSmallBins] = {};
+    Chunk* quick[kSmallBins] = {};
     Chunk* smallBins[kSmallBins] = {};
     Chunk* largeBins[kLargeBins] = {};
     std::uint64_t smallMap = 0;       // bit i: smallBins[i] is not empty
     std::uint64_t largeMap[4] = {};   // bit i: largeBins[i] is not empty
     Region* regions = nullptr;        // the first region is always last in this list
-    Region* lastFreed = nullptr;      // the region of the last chunk freed, tried first
     DirectMapFn directMap;
     MapFn map;
     BreakFn brk;
     UnmapFn unmap;
     void* user;
-    bool locked;
     CriticalRegion lock;
-    std::size_t regionCount = 0, footprint = 0, inUseBytes = 0, freeBytes = 0, freeChunks = 0,
-                quickBytes = 0;
+    // markedBytes counts every chunk marked in use, those waiting in the quick lists included,
+    // so a quick malloc or free leaves it alone.
+    std::size_t regionCount = 0, footprint = 0, markedBytes = 0, freeBytes = 0, freeChunks = 0;
 
     void enter() {
         if (locked)
@@ -224,7 +229,8 @@ struct ArenaState {
     // waiting in a quick list. The size is checked by badSize, on the path that reads the
     // neighbour anyway: a quick-listed free touches no other chunk, and stays that cheap.
     const char* badFree(const Chunk* c) {
-        if (!inside(lastFreed, c) && !findRegion(c))
+        const char* at = reinterpret_cast<const char*>(c);
+        if ((at < lastLow || at >= lastHigh) && !findRegion(c))
             return "pointer not from this pool";
         if ((c->head & (kCInUse | kQuick)) != kCInUse)
             return "double free detected";
@@ -242,8 +248,10 @@ struct ArenaState {
         Region* r = regions;
         while (r && !inside(r, c))
             r = r->next;
-        if (r)
-            lastFreed = r;
+        if (r) {
+            lastLow = reinterpret_cast<const char*>(r->first);
+            lastHigh = reinterpret_cast<const char*>(r->fence);
+        }
         return r != nullptr;
     }
 
@@ -252,7 +260,7 @@ struct ArenaState {
     const char* badSize(Chunk* c) const {
         const std::size_t size = sizeOf(c);
         if (size < kMinChunk ||
-            reinterpret_cast<char*>(c) + size > reinterpret_cast<char*>(lastFreed->fence) ||
+            reinterpret_cast<const char*>(c) + size > lastHigh ||
             !prevInUse(at(c, size)))
             return "invalid size (a damaged chunk, or not the start of a block)";
         return nullptr;
@@ -340,18 +348,52 @@ struct ArenaState {
         return c;
     }
 
-    // A chunk of size bytes from the bins, marked in use; null when the system refused more.
-    // Out of line, so that the quick-list path of malloc stays short.
-    [[gnu::noinline]] Chunk* takeFromBins(std::size_t size) {
+    // The payload of a chunk of size bytes: from its quick list when one waits there, else
+    // from the bins.
+    void* allocate(std::size_t size) {
+        if (size < kLargeMin) {
+            const int i = int(size >> 4);
+            if (Chunk* c = quick[i]) {
+                quick[i] = c->fd;
+                c->head &= ~kQuick;
+                --quickCount[i];
+                return payloadOf(c);
+            }
+        }
+        return takeFromBins(size);
+    }
+
+    // The payload of a chunk of size bytes from the bins, marked in use; null when the system
+    // refused more. Out of line, so that the quick-list path needs no saved registers.
+    [[gnu::noinline]] void* takeFromBins(std::size_t size) {
         Chunk* c = takeBestFit(size);
         // Before asking the system, see whether the quick lists hold enough once coalesced.
         if (!c && flushQuick())
             c = takeBestFit(size);
         if (!c && grow(size))
             c = takeBestFit(size);
-        if (c)
-            carve(c, size);
-        return c;
+        if (!c)
+            return nullptr;
+        carve(c, size);
+        return payloadOf(c);
+    }
+
+    // Returns the block p: to its quick list when there is room, else into the bins.
+    void deallocate(void* p) {
+        Chunk* c = chunkOf(p);
+        // First: it reads nothing outside this arena's regions.
+        if (const char* fault = badFree(c))
+            stopOnBadFree(fault, p);
+        const std::size_t size = sizeOf(c);
+        const int i = int(size >> 4);
+        if (size < kLargeMin && quickCount[i] < kQuickLimit) {
+            c->head |= kQuick;
+            c->fd = quick[i];
+            quick[i] = c;
+            ++quickCount[i];
+        } else {
+            freeToBins(c, p);
+        }
     }
 
     // Marks the free (unbinned) chunk c in use for size bytes, returning any remainder large
@@ -369,7 +411,7 @@ struct ArenaState {
             c->head |= kCInUse;
             nextOf(c)->head |= kPInUse;
         }
-        inUseBytes += size;
+        markedBytes += size;
     }
 
     // Frees the chunk c of block p into the bins, once its size word proves trustworthy.
@@ -377,7 +419,7 @@ struct ArenaState {
     [[gnu::noinline]] void freeToBins(Chunk* c, void* p) {
         if (const char* fault = badSize(c))
             stopOnBadFree(fault, p);
-        inUseBytes -= sizeOf(c);
+        markedBytes -= sizeOf(c);
         coalesceAndBin(c);
     }
 
@@ -411,17 +453,25 @@ struct ArenaState {
 
     // Coalesces every chunk waiting in the quick lists. True when there were any.
     bool flushQuick() {
-        if (quickBytes == 0)
-            return false;
+        bool any = false;
         for (int i = 0; i < kSmallBins; ++i) {
             while (Chunk* c = quick[i]) {
                 quick[i] = c->fd;
+                markedBytes -= sizeOf(c);
                 coalesceAndBin(c);
+                any = true;
             }
             quickCount[i] = 0;
         }
-        quickBytes = 0;
-        return true;
+        return any;
+    }
+
+    // Bytes of the chunks waiting in the quick lists.
+    std::size_t quickBytes() const {
+        std::size_t bytes = 0;
+        for (int i = 0; i < kSmallBins; ++i)
+            bytes += std::size_t(quickCount[i]) * std::size_t(i) * 16;
+        return bytes;
     }
 
     // Lays out a region and returns its one free chunk to the bins.
@@ -474,8 +524,8 @@ struct ArenaState {
         while (*link != region)
             link = &(*link)->next;
         *link = region->next;
-        if (lastFreed == region)
-            lastFreed = nullptr;
+        if (lastLow == reinterpret_cast<const char*>(region->first))
+            lastLow = lastHigh = nullptr;
         --regionCount;
         footprint -= region->size;
         unmap(region->base, region->size, user);
@@ -557,49 +607,40 @@ std::size_t destroy(Arena a) {
     return released;
 }
 
+namespace {
+
+// The calls for arenas created locked: the same steps inside the arena's own lock. Out of line,
+// so that the unlocked calls (every pool's) stay short.
+[[gnu::noinline]] void* lockedMalloc(Arena a, std::size_t size) {
+    a->enter();
+    void* p = a->allocate(size);
+    a->exit();
+    return p;
+}
+
+[[gnu::noinline]] void lockedFree(Arena a, void* p) {
+    a->enter();
+    a->deallocate(p);
+    a->exit();
+}
+
+}  // namespace
+
 void* malloc(Arena a, std::size_t n) {
     if (!a || n > kMaxRequest)
         return nullptr;
-    const std::size_t size = chunkSizeFor(n);
-    a->enter();
-    if (size < kLargeMin) {
-        const int i = int(size >> 4);
-        if (Chunk* c = a->quick[i]) {
-            a->quick[i] = c->fd;
-            c->head &= ~kQuick;
-            --a->quickCount[i];
-            a->quickBytes -= size;
-            a->inUseBytes += size;
-            a->exit();
-            return payloadOf(c);
-        }
-    }
-    Chunk* c = a->takeFromBins(size);
-    a->exit();
-    return c ? payloadOf(c) : nullptr;
+    if (a->locked)
+        return lockedMalloc(a, chunkSizeFor(n));
+    return a->allocate(chunkSizeFor(n));
 }
 
 void free(Arena a, void* p) {
     if (!a || !p)
         return;
-    a->enter();
-    Chunk* c = chunkOf(p);
-    // First: it reads nothing outside this arena's regions.
-    if (const char* fault = a->badFree(c))
-        stopOnBadFree(fault, p);
-    const std::size_t size = sizeOf(c);
-    const int i = int(size >> 4);
-    if (size < kLargeMin && a->quickCount[i] < kQuickLimit) {
-        a->inUseBytes -= size;
-        c->head |= kQuick;
-        c->fd = a->quick[i];
-        a->quick[i] = c;
-        ++a->quickCount[i];
-        a->quickBytes += size;
-    } else {
-        a->freeToBins(c, p);
-    }
-    a->exit();
+    if (a->locked)
+        lockedFree(a, p);
+    else
+        a->deallocate(p);
 }
 
 std::size_t usableSize(const void* p) {
@@ -630,8 +671,9 @@ Stats stats(Arena a) {
     if (!a)
         return {};
     a->enter();
-    Stats s{a->regionCount, a->footprint, a->inUseBytes, a->freeBytes, a->freeChunks,
-            a->quickBytes};
+    const std::size_t quick = a->quickBytes();
+    Stats s{a->regionCount, a->footprint, a->markedBytes - quick, a->freeBytes, a->freeChunks,
+            quick};
     a->exit();
     return s;
 }
@@ -675,7 +717,6 @@ struct Checker {
     }
 
     bool checkBins() {
-        std::size_t quickBytes = 0;
         for (int i = 0; i < kSmallBins; ++i) {
             unsigned count = 0;
             for (const Chunk* c = a->quick[i]; c; c = c->fd) {
@@ -685,13 +726,10 @@ struct Checker {
                     return fail("chunk in the wrong quick list", c);
                 if (!quick.insert(c).second)
                     return fail("chunk twice in a quick list", c);
-                quickBytes += sizeOf(c);
             }
             if (count != a->quickCount[i])
                 return fail("quick list count wrong", a->quick[i]);
         }
-        if (quickBytes != a->quickBytes)
-            return fail("quick list bytes wrong", a);
         for (int i = 0; i < kSmallBins; ++i) {
             const bool marked = a->smallMap & (std::uint64_t(1) << i);
             if (marked != (a->smallBins[i] != nullptr))
@@ -761,7 +799,7 @@ struct Checker {
         if (quickSeen != quick.size())
             return fail("quick lists hold something that is not a chunk", nullptr);
         if (regions != a->regionCount || footprint != a->footprint ||
-            used != a->inUseBytes + a->quickBytes ||
+            used != a->markedBytes ||
             freeBytes != a->freeBytes || freeChunks != a->freeChunks)
             return fail("counters disagree with the walk", a);
         return true;

@@ -75,8 +75,8 @@ static_assert(sizeof(SpinLockData) == 64);
 inline SpinLockData& SpinLock::data() const { return static_cast<SpinLockData&>(*mHead); }
 
 // The steps of SpinLock's lock and unlock, inline. The public calls use the two that leave the
-// header; the library's own hot paths use lock() and unlock() here, so that a memory pool, which
-// takes its lock around each allocation, makes no call for an uncontended lock.
+// header; a memory pool, which takes its lock around each allocation, uses the region steps, so
+// that an uncontended lock makes no call.
 struct SpinLockInline {
     // The caller does not hold the lock: takes it within durationMs. False when time ran out.
     static bool takeFree(SpinLockData& d, unsigned int durationMs) {
@@ -94,23 +94,15 @@ struct SpinLockInline {
         d.region.exit();
     }
 
-    // As SpinLock::lock(kForever).
-    static void lock(SpinLock& lock) {
+    // A memory pool's lock around each call into its arena. A pool never takes its lock again
+    // while holding it (nothing the arena calls comes back into the pool), so the region alone
+    // keeps other threads out; the owner and depth, which only re-entry needs, are not kept.
+    static void enterRegion(SpinLock& lock) {
         SpinLockData& d = lock.data();
-        if (d.owner.load(std::memory_order_relaxed) == lockdetail::callerIdentity())
-            ++d.depth;
-        else
-            takeFree(d, CriticalRegion::kForever);
+        d.region.enter(CriticalRegion::kForever, d.spinCount);
     }
 
-    // As SpinLock::unlock() by the owner.
-    static void unlock(SpinLock& lock) {
-        SpinLockData& d = lock.data();
-        if (d.depth > 1)
-            --d.depth;
-        else
-            releaseLast(d);
-    }
+    static void exitRegion(SpinLock& lock) { lock.data().region.exit(); }
 };
 
 }  // namespace vanta

@@ -70,16 +70,16 @@ MemoryPool::~MemoryPool() {
 }
 
 void* MemoryPool::malloc(unsigned long size) {
-    SpinLockInline::lock(mLock);
+    SpinLockInline::enterRegion(mLock);
     void* p = arena::malloc(arenaOf(mArena), size);
-    SpinLockInline::unlock(mLock);
+    SpinLockInline::exitRegion(mLock);
     return p;
 }
 
 void MemoryPool::free(void* p) {
-    SpinLockInline::lock(mLock);
+    SpinLockInline::enterRegion(mLock);
     arena::free(arenaOf(mArena), p);
-    SpinLockInline::unlock(mLock);
+    SpinLockInline::exitRegion(mLock);
 }
 
 std::vector<MMapRange> MemoryPool::getRanges() const {
@@ -96,9 +96,9 @@ unsigned long MemoryPool::getMappedBytes() const {
 }
 
 bool MemoryPool::checkHeap(std::string* why) {
-    SpinLockInline::lock(mLock);
+    SpinLockInline::enterRegion(mLock);
     const bool ok = arena::check(arenaOf(mArena), why);
-    SpinLockInline::unlock(mLock);
+    SpinLockInline::exitRegion(mLock);
     return ok;
 }
 

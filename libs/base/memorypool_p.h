@@ -10,21 +10,21 @@
 namespace vanta {
 
 inline void* MemoryPool::mallocCounted(unsigned long size, unsigned long payload) {
-    SpinLockInline::lock(mLock);
+    SpinLockInline::enterRegion(mLock);
     void* p = arena::malloc(static_cast<arena::Arena>(mArena), size);
     if (p)
         mAllocated.store(mAllocated.load(std::memory_order_relaxed) + payload,
                          std::memory_order_relaxed);
-    SpinLockInline::unlock(mLock);
+    SpinLockInline::exitRegion(mLock);
     return p;
 }
 
 inline void MemoryPool::freeCounted(void* p, unsigned long payload) {
-    SpinLockInline::lock(mLock);
+    SpinLockInline::enterRegion(mLock);
     mAllocated.store(mAllocated.load(std::memory_order_relaxed) - payload,
                      std::memory_order_relaxed);
     arena::free(static_cast<arena::Arena>(mArena), p);
-    SpinLockInline::unlock(mLock);
+    SpinLockInline::exitRegion(mLock);
 }
 
 }  // namespace vanta
