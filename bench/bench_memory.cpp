@@ -437,11 +437,14 @@ void churnFloorTwoThreads(benchmark::State& state) {
 }
 
 // Counts, instead of allocating, what each managed block of n bytes takes in the arena: the
-// 16-byte manager header and the 8-byte size word, rounded up to 16, at least 32 bytes.
+// 16-byte manager header and a size word of sizeWord bytes (the arena's is 8), rounded up to 16,
+// at least 32 bytes.
 struct ChunkCounter {
+    std::size_t sizeWord = 8;
     std::size_t liveChunkBytes = 0, peakChunkBytes = 0;
-    static std::size_t chunkBytes(std::size_t n) {
-        return std::max<std::size_t>(32, (n + HeapManager::kHeaderSize + 8 + 15) & ~std::size_t(15));
+    std::size_t chunkBytes(std::size_t n) const {
+        return std::max<std::size_t>(32, (n + HeapManager::kHeaderSize + sizeWord + 15) &
+                                             ~std::size_t(15));
     }
     void* alloc(std::size_t n) {
         liveChunkBytes += chunkBytes(n);
@@ -491,6 +494,43 @@ void memoryFigures(benchmark::State& state) {
                           double(counter.peakChunkBytes) / 1e6,
                           double(counter.peakChunkBytes) / double(peak), regions,
                           regions * granule / double(peak));
+            vantabench::note(line);
+        }
+        {
+            // The arena's own fragmentation on this sequence: the same blocks (manager header
+            // included) in an unlocked arena growing in 64 KiB steps, whose footprint then
+            // follows its peak need closely. A layout with a smaller size word, or none, would
+            // pay it on top of its own chunk bytes.
+            const std::size_t granularity = arena::getOption(arena::kGranularity);
+            arena::setOption(arena::kGranularity, 64 * 1024);
+            void* first = arena::defaultDirectMap(kFirstRegion);
+            struct {
+                arena::Arena a;
+                void* alloc(std::size_t n) { return arena::malloc(a, n + HeapManager::kHeaderSize); }
+                void free(void* p) { arena::free(a, p); }
+            } headered{newPlainArena(first)};
+            churn(headered, kMemoryLive, kMemorySteps, 16, 512, 4242);
+            const double footprint = double(arena::stats(headered.a).footprint);
+            arena::destroy(headered.a);
+            arena::defaultUnmap(first, kFirstRegion);
+            arena::setOption(arena::kGranularity, granularity);
+            ChunkCounter layout[3];
+            layout[1].sizeWord = 4;
+            layout[2].sizeWord = 0;
+            for (ChunkCounter& counter : layout)
+                churn(counter, kMemoryLive, kMemorySteps, 16, 512, 4242);
+            const double fragmentation = footprint / double(layout[0].peakChunkBytes);
+            auto regionsFor = [&](const ChunkCounter& counter) {
+                return std::ceil(double(counter.peakChunkBytes) * fragmentation /
+                                 double(kFirstRegion));
+            };
+            std::snprintf(line, sizeof line,
+                          "memory/fragmentation: in 64 KiB steps the arena maps %.3f of the chunk "
+                          "bytes; at that, an 8-byte size word would need %.0f regions of 4 MiB, a "
+                          "4-byte one (%.2f MB of chunks) %.0f, none (%.2f MB) %.0f",
+                          fragmentation, regionsFor(layout[0]),
+                          double(layout[1].peakChunkBytes) / 1e6, regionsFor(layout[1]),
+                          double(layout[2].peakChunkBytes) / 1e6, regionsFor(layout[2]));
             vantabench::note(line);
         }
         {

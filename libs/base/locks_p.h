@@ -36,7 +36,7 @@ public:
     }
 
     // Enters within durationMs (0: only if free now; kForever: no limit). True when entered.
-    bool enter(unsigned int durationMs, uint32_t spinCount) {
+    [[gnu::always_inline]] bool enter(unsigned int durationMs, uint32_t spinCount) {
         return tryEnter() || (durationMs != 0 && enterContended(durationMs, spinCount));
     }
 
