@@ -16,7 +16,7 @@ inline const void* self() { return lockdetail::callerIdentity(); }
 
 }  // namespace
 
-bool CriticalRegion::enterContended(unsigned int durationMs, uint32_t spinCount) {
+bool lockdetail::CriticalRegion::enterContended(unsigned int durationMs, uint32_t spinCount) {
     for (uint32_t i = 0; i < spinCount; ++i) {
         futex::relax();
         uint32_t expected = 0;
@@ -38,7 +38,7 @@ bool CriticalRegion::enterContended(unsigned int durationMs, uint32_t spinCount)
     return true;
 }
 
-void CriticalRegion::wakeOne() { futex::wake(mWord, 1); }
+void lockdetail::CriticalRegion::wakeOne() { futex::wake(mWord, 1); }
 
 SpinLock::SpinLock(unsigned long spinCount) : mHead(new SpinLockData) {
     data().spinCount = System::getNumProcessors() > 1 ? uint32_t(spinCount) : 0;
@@ -46,14 +46,12 @@ SpinLock::SpinLock(unsigned long spinCount) : mHead(new SpinLockData) {
 
 SpinLock::~SpinLock() { delete &data(); }
 
-// The inline lock() found another owner or none, so the caller is not the owner and cannot
-// become it meanwhile: only the region decides.
+// The inline lock() found the region held and the caller not the owner, which it cannot become
+// meanwhile: only the region decides.
 int SpinLock::lockFirst(unsigned int timeoutMs) {
     const unsigned int duration = timeoutMs == kForever ? CriticalRegion::kForever : timeoutMs;
     return SpinLockInline::takeFree(data(), duration) ? 0 : -1;
 }
-
-void SpinLock::releaseLast() { SpinLockInline::releaseLast(data()); }
 
 void SpinLock::stealOwnership() { mHead->owner.store(self(), std::memory_order_relaxed); }
 

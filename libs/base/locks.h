@@ -2,7 +2,10 @@
 /// Locks: the recursive SpinLock, its scoped guard, the two process-wide locks and the atomic add.
 #pragma once
 
+#include <sys/single_threaded.h>
+
 #include <atomic>
+#include <cstdint>
 
 namespace vanta {
 
@@ -18,11 +21,70 @@ extern __thread char tThreadTag __attribute__((tls_model("initial-exec")));
 /// The calling thread's identity as the lock records it: never null, unique among live threads.
 inline const void* callerIdentity() { return &tThreadTag; }
 
-/// The start of every lock's private record: who holds it and how often. The owner is compared
-/// without any lock: a thread only ever finds its own identity here while it holds the lock.
+/// True while the process has one thread. Then nobody can touch a lock word concurrently, so it
+/// is taken and released with plain loads and stores instead of locked instructions (the C
+/// library's own allocator does the same). The flag turns false before a second thread starts,
+/// and only the one existing thread can start it, so a check followed by a plain update cannot
+/// be overtaken.
+inline bool singleThreaded() { return __libc_single_threaded != 0; }
+
+/// A non-recursive critical region on one futex word: 0 free, 1 taken, 2 taken with sleepers.
+/// Recursion is handled above it by SpinLock.
+class CriticalRegion {
+public:
+    /// A duration that never expires.
+    static constexpr unsigned int kForever = 0x7fffffff;
+
+    /// Enters if the region is free now; never waits. Forced inline, as is exit: they are the
+    /// whole cost of an uncontended lock.
+    [[gnu::always_inline]] bool tryEnter() {
+        if (singleThreaded()) {
+            if (mWord.load(std::memory_order_relaxed) != 0)
+                return false;
+            mWord.store(1, std::memory_order_relaxed);
+            return true;
+        }
+        std::uint32_t expected = 0;
+        return mWord.compare_exchange_strong(expected, 1, std::memory_order_acquire,
+                                             std::memory_order_relaxed);
+    }
+
+    /// Enters within durationMs (0: only if free now; kForever: no limit). True when entered.
+    [[gnu::always_inline]] bool enter(unsigned int durationMs, std::uint32_t spinCount) {
+        return tryEnter() || (durationMs != 0 && enterContended(durationMs, spinCount));
+    }
+
+    /// Leaves the region, waking one sleeper if there is one.
+    [[gnu::always_inline]] void exit() {
+        std::uint32_t previous;
+        if (singleThreaded()) {
+            previous = mWord.load(std::memory_order_relaxed);
+            mWord.store(0, std::memory_order_relaxed);
+        } else {
+            previous = mWord.exchange(0, std::memory_order_release);
+        }
+        if (previous == 2)
+            wakeOne();
+    }
+
+private:
+    // Wakes one sleeper. Out of line, so the uncontended exit stays small enough to inline.
+    void wakeOne();
+
+    // Polls up to spinCount times, then sleeps on the word until it is free or time runs out.
+    // Out of line, so the uncontended path above stays small.
+    bool enterContended(unsigned int durationMs, std::uint32_t spinCount);
+
+    std::atomic<std::uint32_t> mWord{0};
+};
+
+/// The start of every lock's private record: who holds it, how often, and the region that keeps
+/// other threads out. The owner is compared without any lock: a thread only ever finds its own
+/// identity here while it holds the lock.
 struct SpinLockHead {
     std::atomic<const void*> owner{nullptr};  ///< the holding thread's identity; null when free
     int depth = 0;  ///< levels held by the owner; touched only by the owner
+    CriticalRegion region;  ///< held while the lock has an owner
 };
 
 }  // namespace lockdetail
@@ -48,19 +110,25 @@ public:
     SpinLock& operator=(const SpinLock&) = delete;
 
     /// 0 when the calling thread holds the lock on return; -1 when timeoutMs passed first.
-    /// The owner's re-entry is inline: an identity compare and a depth bump.
+    /// Inline unless the lock is held by another thread: the owner's re-entry is an identity
+    /// compare and a depth bump, and taking a free lock one step on its region.
     int lock(unsigned int timeoutMs = kForever) {
         lockdetail::SpinLockHead& h = *mHead;
-        if (h.owner.load(std::memory_order_relaxed) == lockdetail::callerIdentity()) {
+        const void* self = lockdetail::callerIdentity();
+        if (h.owner.load(std::memory_order_relaxed) == self) {
             ++h.depth;
             return 0;
         }
-        return lockFirst(timeoutMs);
+        if (!h.region.tryEnter())
+            return lockFirst(timeoutMs);
+        h.owner.store(self, std::memory_order_relaxed);
+        h.depth = 1;
+        return 0;
     }
     /// As lock(0): never waits.
     int trylock() { return lock(0); }
     /// Releases one level. -1, with nothing changed, when the calling thread is not the owner.
-    /// Only the release of the last level leaves the header.
+    /// Inline; only waking a thread that sleeps on the lock leaves the header.
     int unlock() {
         lockdetail::SpinLockHead& h = *mHead;
         // The owner first: depth belongs to the owner, and another thread must not read it.
@@ -70,7 +138,10 @@ public:
             --h.depth;
             return 0;
         }
-        releaseLast();
+        // The depth is left at 1: it counts only while there is an owner, and the next owner
+        // sets it.
+        h.owner.store(nullptr, std::memory_order_relaxed);
+        h.region.exit();
         return 0;
     }
     /// Makes the calling thread the owner, keeping the depth.
@@ -84,10 +155,8 @@ public:
     bool isOwnedByCaller() const;
 
 private:
-    // The caller does not hold the lock: take it, waiting up to timeoutMs.
+    // Another thread holds the lock: take it, waiting up to timeoutMs.
     int lockFirst(unsigned int timeoutMs);
-    // Releases the last level; the caller is the owner.
-    void releaseLast();
     SpinLockData& data() const;
     friend class Conditional;
     friend struct SpinLockInline;
