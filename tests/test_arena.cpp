@@ -487,6 +487,17 @@ std::string stress(Pool& pool, unsigned seed, long ops, std::size_t slotCount) {
 
 }  // namespace
 
+// Two threads stress one heap at once, each on slots of its own.
+template <class Heap>
+void expectTwoThreadsKeepItIntact(Heap& heap, unsigned seed) {
+    std::string result[2];
+    vantatest::runThreads(
+        2, [&](int i) { result[i] = stress(heap, seed + unsigned(i), kThreadOps, 1500); },
+        std::chrono::seconds(250));
+    EXPECT_EQ(result[0], "");
+    EXPECT_EQ(result[1], "");
+}
+
 TEST(ArenaStress, MillionRandomOperationsKeepEveryBlockAndTheHeapIntact) {
     MemoryPool pool("stress", 4194304);
     EXPECT_EQ(stress(pool, 20240601, kStressOps, 3000), "");
@@ -501,20 +512,10 @@ TEST(ArenaStress, TwoThreadsOnOneLockedArena) {
         void free(void* p) { arena::free(a, p); }
         bool checkHeap(std::string* why) { return arena::check(a, why); }
     } locked{t.a};
-    std::string result[2];
-    vantatest::runThreads(
-        2, [&](int i) { result[i] = stress(locked, 91 + unsigned(i), kThreadOps, 1500); },
-        std::chrono::seconds(250));
-    EXPECT_EQ(result[0], "");
-    EXPECT_EQ(result[1], "");
+    expectTwoThreadsKeepItIntact(locked, 91);
 }
 
 TEST(ArenaStress, TwoThreadsOnOnePool) {
     MemoryPool pool("shared", 4194304);
-    std::string result[2];
-    vantatest::runThreads(
-        2, [&](int i) { result[i] = stress(pool, 77 + unsigned(i), kThreadOps, 1500); },
-        std::chrono::seconds(250));
-    EXPECT_EQ(result[0], "");
-    EXPECT_EQ(result[1], "");
+    expectTwoThreadsKeepItIntact(pool, 77);
 }
