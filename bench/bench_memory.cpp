@@ -594,12 +594,10 @@ const bool sRegistered = [] {
         return runs;
     };
     auto row = [&](const char* name, long steps, std::function<double()> ours,
-                   const char* workload, bool allPeers = true) {
+                   const char* workload) {
         Row r{name, steps, {{"ours", std::move(ours)}}};
-        for (auto& peer : peers(workload)) {
-            if (allPeers || std::strcmp(peer.first, "glibc") == 0)
-                r.runs.push_back(peer);
-        }
+        for (auto& peer : peers(workload))
+            r.runs.push_back(peer);
         return r;
     };
     auto named = [](const char* workload) { return [=] { return timedRun(workload, "ours"); }; };
@@ -609,8 +607,8 @@ const bool sRegistered = [] {
         row("churn_2threads", 2 * kChurnSteps, named("churn2"), "churn2"),
         row("churn_threaded", kChurnSteps, named("churn_threaded"), "churn_threaded"),
         row("large", kLargeSteps, named("large"), "large"),
-        row("floor_2threads", 2 * kChurnSteps, churnFloorTwoThreads, "churn2", false),
-        row("churn_arena_unlocked", kChurnSteps, churnArenaOurs, "churn", false),
+        row("floor_2threads", 2 * kChurnSteps, churnFloorTwoThreads, "churn2"),
+        row("churn_arena_unlocked", kChurnSteps, churnArenaOurs, "churn"),
     };
     for (const Row& r : rows) {
         for (const auto& run : r.runs) {
