@@ -238,7 +238,7 @@ struct ArenaState {
     }
 
     static bool inside(const Region* r, const Chunk* c) {
-        return r && reinterpret_cast<const char*>(c) >= reinterpret_cast<char*>(r->first) &&
+        return reinterpret_cast<const char*>(c) >= reinterpret_cast<char*>(r->first) &&
                reinterpret_cast<const char*>(c) < reinterpret_cast<char*>(r->fence);
     }
 

@@ -48,9 +48,10 @@ SpinLock::~SpinLock() { delete &data(); }
 
 // The inline lock() found the region held and the caller not the owner, which it cannot become
 // meanwhile: only the region decides.
-int SpinLock::lockFirst(unsigned int timeoutMs) {
+bool SpinLock::waitForRegion(unsigned int timeoutMs) {
     const unsigned int duration = timeoutMs == kForever ? CriticalRegion::kForever : timeoutMs;
-    return SpinLockInline::takeFree(data(), duration) ? 0 : -1;
+    SpinLockData& d = data();
+    return d.region.enter(duration, d.spinCount);
 }
 
 void SpinLock::stealOwnership() { mHead->owner.store(self(), std::memory_order_relaxed); }

@@ -119,8 +119,8 @@ public:
             ++h.depth;
             return 0;
         }
-        if (!h.region.tryEnter())
-            return lockFirst(timeoutMs);
+        if (!h.region.tryEnter() && !waitForRegion(timeoutMs))
+            return -1;
         h.owner.store(self, std::memory_order_relaxed);
         h.depth = 1;
         return 0;
@@ -155,8 +155,9 @@ public:
     bool isOwnedByCaller() const;
 
 private:
-    // Another thread holds the lock: take it, waiting up to timeoutMs.
-    int lockFirst(unsigned int timeoutMs);
+    // Another thread holds the lock: waits up to timeoutMs for its region. False when time ran
+    // out.
+    bool waitForRegion(unsigned int timeoutMs);
     SpinLockData& data() const;
     friend class Conditional;
     friend struct SpinLockInline;

@@ -19,18 +19,8 @@ static_assert(sizeof(SpinLockData) == 64);
 
 inline SpinLockData& SpinLock::data() const { return static_cast<SpinLockData&>(*mHead); }
 
-// The steps of SpinLock's lock that the header leaves to the library, and a memory pool's lock,
-// which is taken around each allocation and makes no call when uncontended.
+// A memory pool's lock steps, inline: an uncontended lock makes no call.
 struct SpinLockInline {
-    // The caller does not hold the lock: takes it within durationMs. False when time ran out.
-    static bool takeFree(SpinLockData& d, unsigned int durationMs) {
-        if (!d.region.enter(durationMs, d.spinCount))
-            return false;
-        d.owner.store(lockdetail::callerIdentity(), std::memory_order_relaxed);
-        d.depth = 1;
-        return true;
-    }
-
     // A memory pool's lock around each call into its arena. A pool never takes its lock again
     // while holding it (nothing the arena calls comes back into the pool), so the region alone
     // keeps other threads out; the owner and depth, which only re-entry needs, are not kept.
