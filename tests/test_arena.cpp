@@ -390,6 +390,13 @@ TEST(ArenaDeathTest, FreeStopsTheProcessOnABlockItCannotTakeBack) {
              MemoryPool a("a", kRegion), b("b", kRegion);
              a.free(b.malloc(64));
          }, "free\\(\\): pointer not from this pool: 0x[0-9a-f]+"},
+        {"block of a region already given back", [] {
+             TestArena t(64 * 1024);
+             void* big = arena::malloc(t.a, 500000);  // a region of its own
+             arena::free(t.a, big);  // its region is now the one a free tries first
+             arena::trim(t.a, 0);    // and goes back to the system
+             arena::free(t.a, big);
+         }, "free\\(\\): pointer not from this pool: 0x[0-9a-f]+"},
         {"pointer inside a block", [] {
              MemoryPool pool("a", kRegion);
              pool.free(static_cast<char*>(pool.malloc(256)) + 64);
