@@ -1,9 +1,12 @@
 // vanta: try every parser and service of vanta-base from a shell.
 #include "command.h"
 
+#include <vanta/versioninfo.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -23,12 +26,55 @@ std::vector<TourStep>& tourSteps() {
 int gArgc = 0;
 char** gArgv = nullptr;
 
+// While a command runs over standard input, the number of the line it reads (from 1), named in
+// its errors; 0 otherwise.
+long gLineNumber = 0;
+
+// Commands whose last TEXT may be "-": one text per line from standard input.
+const std::set<std::string> kReadsLines = {"value", "lat",      "lng",       "latlng",
+                                           "date",  "httpdate", "cleanpath", "status"};
+
 void printHelp(FILE* to) {
     std::fprintf(to, "usage: vanta COMMAND [ARGS...]\n\n"
                      "  vanta, vanta demo   a short tour of every command\n");
     for (const auto& [name, command] : commands())
         std::fprintf(to, "  vanta %-28s %s\n", command.synopsis, command.summary);
     std::fprintf(to, "\nExit status: 0 success, 1 input rejected, 2 usage error.\n");
+}
+
+// Runs the command once per line of standard input, the line in place of the final "-". Every
+// line gets its result or its error; the status is the worst of them.
+int runOverLines(const Command& command, QStringList args) {
+    int status = kOk;
+    std::string line;
+    char buffer[4096];
+    bool atEnd = false;
+    while (!atEnd) {
+        line.clear();
+        // fgets keeps a line longer than the buffer in pieces; join them up to the newline.
+        for (;;) {
+            if (!std::fgets(buffer, sizeof buffer, stdin)) {
+                atEnd = true;
+                break;
+            }
+            line += buffer;
+            if (!line.empty() && line.back() == '\n')
+                break;
+        }
+        if (atEnd && line.empty())
+            break;
+        if (!line.empty() && line.back() == '\n')
+            line.pop_back();
+        if (!line.empty() && line.back() == '\r')
+            line.pop_back();
+        ++gLineNumber;
+        args.last() = QString::fromUtf8(line.data(), qsizetype(line.size()));
+        status = std::max(status, command.run(args));
+    }
+    gLineNumber = 0;
+    if (std::ferror(stdin))
+        return error(QStringLiteral("cannot read standard input"));
+    return status;
 }
 
 int runTour() {
@@ -54,7 +100,10 @@ void out(const QString& line) {
 }
 
 int error(const QString& message, int status) {
-    std::fprintf(stderr, "vanta: %s\n", message.toUtf8().constData());
+    if (gLineNumber > 0)
+        std::fprintf(stderr, "vanta: line %ld: %s\n", gLineNumber, message.toUtf8().constData());
+    else
+        std::fprintf(stderr, "vanta: %s\n", message.toUtf8().constData());
     return status;
 }
 
@@ -83,14 +132,30 @@ int main(int argc, char** argv) {
         printHelp(stdout);
         return kOk;
     }
+    if (name == "--version") {
+        if (argc != 2)
+            return usage("--version");
+        std::printf("vanta %s\n", VersionInfo::getAppVersionW().toUtf8().constData());
+        return kOk;
+    }
     auto found = commands().find(name);
     if (found == commands().end()) {
         std::fprintf(stderr, "vanta: unknown command '%s'\n", name.c_str());
         printHelp(stderr);
         return kUsage;
     }
+    const Command& command = found->second;
+    // "--help" alone after a command asks for its usage; anywhere else it is TEXT.
+    if (argc == 3 && std::string(argv[2]) == "--help") {
+        std::printf("usage: vanta %s\n  %s\n", command.synopsis, command.summary);
+        if (kReadsLines.count(name))
+            std::printf("  A TEXT of \"-\" reads one text per line from standard input.\n");
+        return kOk;
+    }
     QStringList args;
     for (int i = 2; i < argc; ++i)
         args << QString::fromUtf8(argv[i]);
-    return found->second.run(args);
+    if (kReadsLines.count(name) && !args.isEmpty() && args.last() == QLatin1String("-"))
+        return runOverLines(command, args);
+    return command.run(args);
 }
