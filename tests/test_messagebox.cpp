@@ -7,9 +7,16 @@
 #include <gtest/gtest.h>
 
 #include <QApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QMessageBox>
+#include <QProcess>
 #include <QTimer>
 
+#include <dlfcn.h>
+
+#include <cstdlib>
 #include <thread>
 
 VANTA_TEST_NEEDS_GUI();
@@ -51,4 +58,41 @@ TEST(AsyncMessageBox, TypeChoosesTheBoxShownLaterOnTheUiThread) {
         vantatest::waitUntil([&] { return QCoreApplication::processEvents(), seen > 0; });
         ASSERT_EQ(seen, 1) << title.toStdString();
     }
+}
+
+// This suite links only the core library: the box above came from the widgets library, loaded by
+// the core from its own folder. Here the core runs from a folder without it (a copy of the core
+// alone, found first through LD_LIBRARY_PATH), in a child run of this suite: no box can appear,
+// and the log says why and still carries the message.
+TEST(AsyncMessageBox, WithoutTheWidgetsLibraryTheMessageGoesToTheLog) {
+    if (std::getenv("VANTA_MESSAGEBOX_CHILD")) {
+        QtTimerManager manager;
+        System::AsyncMessageBox(System::kMessageWarning, QStringLiteral("Title"),
+                                QStringLiteral("Kept in the log"));
+        for (int i = 0; i < 50; ++i)
+            QCoreApplication::processEvents();
+        EXPECT_EQ(QApplication::activeModalWidget(), nullptr);
+        return;
+    }
+    Dl_info core{};
+    ASSERT_NE(dladdr(reinterpret_cast<void*>(&System::AsyncMessageBox), &core), 0);
+    const QString alone = vantatest::scratchDir() + QStringLiteral("/core-alone");
+    ASSERT_TRUE(QDir().mkpath(alone));
+    const QString copy = alone + QLatin1Char('/') + QFileInfo(QString::fromLocal8Bit(core.dli_fname)).fileName();
+    QFile::remove(copy);
+    ASSERT_TRUE(QFile::copy(QString::fromLocal8Bit(core.dli_fname), copy));
+
+    QProcess child;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("VANTA_MESSAGEBOX_CHILD"), QStringLiteral("1"));
+    env.insert(QStringLiteral("LD_LIBRARY_PATH"), alone);
+    child.setProcessEnvironment(env);
+    child.start(QCoreApplication::applicationFilePath(),
+                {QStringLiteral("--gtest_filter=AsyncMessageBox.WithoutTheWidgetsLibrary*")});
+    ASSERT_TRUE(child.waitForFinished(60000));
+    const QString log = QString::fromLocal8Bit(child.readAllStandardError());
+    const QString out = QString::fromLocal8Bit(child.readAllStandardOutput());
+    EXPECT_EQ(child.exitCode(), 0) << out.toStdString() << log.toStdString();
+    EXPECT_TRUE(log.contains(QStringLiteral("cannot load libvantabase-widgets.so."))) << log.toStdString();
+    EXPECT_TRUE(log.contains(QStringLiteral("Title: Kept in the log"))) << log.toStdString();
 }

@@ -79,7 +79,10 @@ void printTable(const std::vector<Result>& results, FILE* to) {
             if (target > 0)
                 std::snprintf(targetText, sizeof targetText, "<= %.2f %s", target,
                               ratio <= target ? "met" : "MISSED");
-            std::fprintf(to, "| %s | %s | %.1f | %.1f | %.3f | %s |\n", ours.group.c_str(),
+            // Three decimals, or three significant digits for a ratio that would print as 0.000.
+            std::fprintf(to, ratio >= 0.0005 ? "| %s | %s | %.1f | %.1f | %.3f | %s |\n"
+                                             : "| %s | %s | %.1f | %.1f | %.3g | %s |\n",
+                         ours.group.c_str(),
                          peer.impl.c_str(), ours.nsPerIteration, peer.nsPerIteration, ratio,
                          targetText);
         }

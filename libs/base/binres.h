@@ -3,6 +3,7 @@
 /// by numeric id, some once per language in `<locale>.lproj` folders.
 #pragma once
 
+#include <vanta/export.h>
 #include <QPixmap>
 #include <QString>
 #include <QStringList>
@@ -10,35 +11,35 @@
 namespace vanta {
 
 /// One row of resIDNameMap: a numeric resource id and the file's base name (no extension).
-struct ResIDName {
+struct VANTA_EXPORT ResIDName {
     int id;  ///< The resource id.
     const char* name;  ///< The file's base name, without extension.
 };
 
 /// The fixed id table, searched from the first row. Two ids (252 and 521) name the same file.
-extern const ResIDName resIDNameMap[];
-extern const int resIDNameMapSize;  ///< Number of rows in resIDNameMap.
+VANTA_EXPORT extern const ResIDName resIDNameMap[];
+VANTA_EXPORT extern const int resIDNameMapSize;  ///< Number of rows in resIDNameMap.
 
 /// The style switch the application sets and reads through BinRes; false at load.
-extern bool sUseVantaStyle;
+VANTA_EXPORT extern bool sUseVantaStyle;
 
 /// The name of the first row with this id, or null. The text is static.
-const char* FindResName(int id);
+VANTA_EXPORT const char* FindResName(int id);
 
 /// The installed resource folder: the install path (System::getInstallPath, or the running
 /// executable's folder while none is set) + "../share/vanta/Resources", cleaned, without a
 /// trailing "/".
-QString GetResourceFolder();
+VANTA_EXPORT QString GetResourceFolder();
 /// The path of name + "." + lower-case type in the resource folder when that file exists,
 /// otherwise empty. A null or empty name gives empty.
-QString GetInstalledResourcePath(const QString& type, const QString& name);
+VANTA_EXPORT QString GetInstalledResourcePath(const QString& type, const QString& name);
 /// GetInstalledResourcePath(type, FindResName(id)); empty for an unknown id.
-QString MakeBinResourcePath(int id, const QString& type);
+VANTA_EXPORT QString MakeBinResourcePath(int id, const QString& type);
 
 /// Static operations on packaged resources. type is the file extension (such as "png") and
 /// always comes first. Nothing here reports errors: a missing resource gives an empty path, a
 /// null buffer with size 0, or a null pixmap.
-class BinRes {
+class VANTA_EXPORT BinRes {
 public:
     /// GetInstalledResourcePath(type, name).
     static QString GetResourcePath(const QString& type, const QString& name);

@@ -3,6 +3,7 @@
 /// interface that cache offers.
 #pragma once
 
+#include <vanta/export.h>
 #include <vanta/observer.h>
 
 #include <climits>
@@ -15,7 +16,7 @@ namespace vanta {
 /// its unpooled bytes to 0 (or clears reclaimable) before it dies: destruction only detaches.
 ///
 /// Not thread-safe: the cache and its observers belong to the thread that advances the frame.
-class CacheObserver : public Observer {
+class VANTA_EXPORT CacheObserver : public Observer {
 public:
     /// The query record the cache passes down its observer list.
     struct Event {

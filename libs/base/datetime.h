@@ -2,6 +2,7 @@
 /// vanta::DateTime: calendar time stamps, their ISO 8601 and HTTP text forms, and their arithmetic.
 #pragma once
 
+#include <vanta/export.h>
 #include <vanta/referent.h>
 
 #include <QString>
@@ -21,7 +22,7 @@ class Utf8OStream;
 /// sign of zoneHours.
 ///
 /// Every operation touches only its own object and is safe on distinct objects from any thread.
-class DateTime : public Referent {
+class VANTA_EXPORT DateTime : public Referent {
 public:
     /// The year of a time stamp that is unset or failed to parse.
     static constexpr int kUnsetYear = 314159;
@@ -106,20 +107,20 @@ public:
 
 /// The number of days in month of year, where months past 12 or below 1 count into the
 /// following or previous years (month 13 of 2005 is January 2006).
-int maximumDayInMonthFor(int year, int month);
+VANTA_EXPORT int maximumDayInMonthFor(int year, int month);
 
 /// Write dt.toString().
-QTextStream& operator<<(QTextStream& stream, const DateTime& dt);
+VANTA_EXPORT QTextStream& operator<<(QTextStream& stream, const DateTime& dt);
 /// Writes dt.toString() as UTF-8.
-Utf8OStream& operator<<(Utf8OStream& stream, const DateTime& dt);
+VANTA_EXPORT Utf8OStream& operator<<(Utf8OStream& stream, const DateTime& dt);
 /// Reads all remaining text of the stream as an ISO 8601 time stamp (see below).
-QTextStream& operator>>(QTextStream& stream, DateTime& dt);
+VANTA_EXPORT QTextStream& operator>>(QTextStream& stream, DateTime& dt);
 /// Reads an ISO 8601 time stamp of any reduced precision (2005, 2005-03, 2005-03-17,
 /// 2005-03-17T08:30:00Z, 2005-03-17T08:30:00, 2005-03-17T08:30:00+05:30; fractional seconds
 /// are truncated; white space is ignored; anything after a "Z" is ignored). 24:00:00 (the end of
 /// the day) and second 60 (a leap second, whole) are kept as written. Only the fields the
 /// text reaches are written, so pass a default time stamp. On malformed text throws the QString
 /// "Could not parse time value " + text and leaves dt unchanged. Safe from any thread.
-void operator>>(const QString& text, DateTime& dt);
+VANTA_EXPORT void operator>>(const QString& text, DateTime& dt);
 
 }  // namespace vanta

@@ -2,17 +2,19 @@
 /// HashTable: a fixed-size chained hash set of borrowed pointers with typed lookup by key.
 #pragma once
 
+#include <vanta/export.h>
+
 namespace vanta {
 
 /// The first of 28 fixed primes (53, 97, ..., 4294967291) that is >= n; n itself beyond the last.
-unsigned int HashCalcNextPrime(unsigned int n);
+VANTA_EXPORT unsigned int HashCalcNextPrime(unsigned int n);
 
 /// The type-erased part: owns the bucket array and one two-word node per element. Elements are
 /// borrowed and never deleted. The bucket count is fixed at construction; there is no rehashing.
 ///
 /// Not thread-safe, not even find(), which updates the lookup counters: callers hold their own
 /// lock around every operation.
-class HashTableBase {
+class VANTA_EXPORT HashTableBase {
 public:
     /// How the lookups went, for tuning and tests; probes / lookups is the mean chain walk.
     struct LookupStats {
@@ -69,7 +71,7 @@ protected:
 /// Typed lookup over HashTableBase. A concrete table supplies the hash of a key, the key of an
 /// element and key equality; callers insert and remove with hash(getKey(element)).
 template <class T, class K>
-class HashTable : public HashTableBase {
+class VANTA_EXPORT HashTable : public HashTableBase {
 public:
     /// A table of HashCalcNextPrime(requestedBuckets) buckets.
     explicit HashTable(unsigned int requestedBuckets) : HashTableBase(requestedBuckets) {}

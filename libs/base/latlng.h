@@ -2,6 +2,7 @@
 /// Coordinates typed by people: single latitude and longitude values, and latitude-longitude pairs.
 #pragma once
 
+#include <vanta/export.h>
 #include <QRegularExpression>
 #include <QString>
 #include <QStringView>
@@ -12,15 +13,15 @@ namespace vanta {
 /// Latin-1 when its code is below 256 and as no character otherwise.
 
 /// True when text starts with one of E N S W e n s w.
-bool is_valid_direction(const QString& text);
+VANTA_EXPORT bool is_valid_direction(const QString& text);
 /// True when text starts with N S n s.
-bool is_ns_direction(const QString& text);
+VANTA_EXPORT bool is_ns_direction(const QString& text);
 /// True when text starts with E W e w.
-bool is_ew_direction(const QString& text);
+VANTA_EXPORT bool is_ew_direction(const QString& text);
 /// True when text is empty (an absent sign is valid) or starts with + or -.
-bool is_valid_sign(const QString& text);
+VANTA_EXPORT bool is_valid_sign(const QString& text);
 /// True when text starts with S W s w or -: the value it marks is negated.
-bool is_negative_direction(const QString& text);
+VANTA_EXPORT bool is_negative_direction(const QString& text);
 
 /// Texts longer than this many UTF-16 code units are rejected by every parser below before any
 /// matching. No typed coordinate comes near it, and it keeps the backtracking that the patterns
@@ -30,7 +31,7 @@ constexpr int kMaxCoordinateTextLength = 128;
 /// The compiled expressions of the unsigned magnitude reader, in the order its slots are named.
 /// Created on the first getSingleton() call (once, even when two threads race to it) and never
 /// destroyed. Matching never changes the expressions, so they may be shared by any thread.
-class LatLngValuePatterns {
+class VANTA_EXPORT LatLngValuePatterns {
 public:
     /// The number forms, one expression each.
     enum Slot {
@@ -55,7 +56,7 @@ private:
 
 /// The compiled expressions of the latitude reader: a value with an N/S letter after it, before
 /// it, or an optional sign before it. Created and shared like LatLngValuePatterns.
-class LatValuePatterns {
+class VANTA_EXPORT LatValuePatterns {
 public:
     /// Where the letter or sign stands: after, before, sign before.
     enum Slot { kDA, kDB, kSB, kSlotCount };  ///< direction after, direction before, sign before
@@ -71,7 +72,7 @@ private:
 };
 
 /// As LatValuePatterns with E/W letters; the sign-before expression is the same text.
-class LngValuePatterns {
+class VANTA_EXPORT LngValuePatterns {
 public:
     /// Where the letter or sign stands: after, before, sign before.
     enum Slot { kDA, kDB, kSB, kSlotCount };
@@ -91,7 +92,7 @@ private:
 /// seconds) and a decimal point, or a decimal comma on the last quantity. No letter, no sign;
 /// the whole text must match, so blanks at either end fail. Degrees 0..180, minutes and seconds
 /// 0..60 inclusive. A plain value object for one parse; nothing is thrown, nothing blocks.
-class LatLngValue {
+class VANTA_EXPORT LatLngValue {
 public:
     /// One capturing group around the three point-decimal number forms, for callers that search
     /// free text for a coordinate; the parsers themselves do not use it.
@@ -135,7 +136,7 @@ private:
 /// N/S letter after or before it (S negates) or by an optional + or - sign before it. Blanks may
 /// separate the mark from the number. Up to 180 degrees is accepted: callers that need 90 check
 /// it themselves.
-class LatValue {
+class VANTA_EXPORT LatValue {
 public:
     /// result: where a successful ParseFrom stores the value; may be null.
     explicit LatValue(double* result = nullptr);
@@ -161,7 +162,7 @@ private:
 };
 
 /// Reads a longitude as LatValue reads a latitude, with E/W letters (W negates).
-class LngValue {
+class VANTA_EXPORT LngValue {
 public:
     /// result: where a successful ParseFrom stores the value; may be null.
     explicit LngValue(double* result = nullptr);
@@ -185,7 +186,7 @@ private:
 };
 
 /// The compiled expressions of the pair reader, created and shared like LatLngValuePatterns.
-class LatLngPairPatterns {
+class VANTA_EXPORT LatLngPairPatterns {
 public:
     /// The pair forms, one expression each.
     enum Slot {
@@ -213,7 +214,7 @@ private:
 /// values may come in either order (the letters say which is which); with signs the latitude
 /// comes first. Between the values: blanks and at most one comma or slash. The latitude must lie
 /// in -90..90. Nothing is thrown, nothing blocks.
-class LatLngPair {
+class VANTA_EXPORT LatLngPair {
 public:
     /// One capturing group around the point-decimal pair forms, for callers that search free
     /// text for a position; the parser itself does not use it.

@@ -2,6 +2,7 @@
 /// Dynamic libraries loaded from the install folder by short name, and child processes.
 #pragma once
 
+#include <vanta/export.h>
 #include <QString>
 #include <QStringList>
 
@@ -14,7 +15,7 @@ struct ProcessData;
 /// short name: "x" is `<install>/libx.so`. A name with a folder part keeps the "lib" prefix before
 /// the last separator: "plugins/x" is `<install>/pluginslib/x.so`, the layout deployed folders use.
 /// An empty name stands for the running program. Not thread-safe: one owner at a time.
-class Library {
+class VANTA_EXPORT Library {
 public:
     /// Records name; loads nothing.
     explicit Library(const QString& name);
@@ -44,7 +45,7 @@ private:
 };
 
 /// A child program started at once with its arguments (no shell). One owner; not thread-safe.
-class Process {
+class VANTA_EXPORT Process {
 public:
     /// Starts program (a path, or a name looked up on PATH) with arguments in order. A program
     /// that cannot be started writes `Failed to start "<program>": <reason>` to standard error;
@@ -72,7 +73,7 @@ private:
 
 /// Autorelease pools have no meaning on Linux: create returns a token that release accepts
 /// (release of null does nothing). Kept so code written for other platforms runs unchanged.
-void* createAutoreleasePool();
-void releaseAutoreleasePool(void* pool);  ///< Accepts what createAutoreleasePool returned, or null.
+VANTA_EXPORT void* createAutoreleasePool();
+VANTA_EXPORT void releaseAutoreleasePool(void* pool);  ///< Accepts what createAutoreleasePool returned, or null.
 
 }  // namespace vanta

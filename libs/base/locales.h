@@ -2,6 +2,7 @@
 /// Localized web addresses: the maker's domains, the help centre, and the browser launch result.
 #pragma once
 
+#include <vanta/export.h>
 #include <QString>
 
 namespace vanta {
@@ -14,9 +15,9 @@ inline constexpr char kHelpHost[] = "vanta.orvane.com";
 
 /// The help centre's base address for the current locale: "http://" + kHelpHost + "/support/",
 /// localized by System::getOrvaneURLLocalizedByLang. Ends with "/".
-QString getSupportCenterBin();
+VANTA_EXPORT QString getSupportCenterBin();
 
 /// Whether the last System::LaunchExternalBrowser started the browser; true at load.
-extern bool sLastLaunchSucceded;
+VANTA_EXPORT extern bool sLastLaunchSucceded;
 
 }  // namespace vanta

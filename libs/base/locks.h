@@ -2,6 +2,7 @@
 /// Locks: the recursive SpinLock, its scoped guard, the two process-wide locks and the atomic add.
 #pragma once
 
+#include <vanta/export.h>
 #include <sys/single_threaded.h>
 
 #include <atomic>
@@ -16,7 +17,7 @@ namespace lockdetail {
 
 /// One byte per thread, defined by the library. Its address identifies the calling thread; the
 /// initial-exec model makes taking it two instructions, with no call.
-extern __thread char tThreadTag __attribute__((tls_model("initial-exec")));
+VANTA_EXPORT extern __thread char tThreadTag __attribute__((tls_model("initial-exec")));
 
 /// The calling thread's identity as the lock records it: never null, unique among live threads.
 inline const void* callerIdentity() { return &tThreadTag; }
@@ -30,7 +31,7 @@ inline bool singleThreaded() { return __libc_single_threaded != 0; }
 
 /// A non-recursive critical region on one futex word: 0 free, 1 taken, 2 taken with sleepers.
 /// Recursion is handled above it by SpinLock.
-class CriticalRegion {
+class VANTA_EXPORT CriticalRegion {
 public:
     /// A duration that never expires.
     static constexpr unsigned int kForever = 0x7fffffff;
@@ -81,7 +82,7 @@ private:
 /// The start of every lock's private record: who holds it, how often, and the region that keeps
 /// other threads out. The owner is compared without any lock: a thread only ever finds its own
 /// identity here while it holds the lock.
-struct SpinLockHead {
+struct VANTA_EXPORT SpinLockHead {
     std::atomic<const void*> owner{nullptr};  ///< the holding thread's identity; null when free
     int depth = 0;  ///< levels held by the owner; touched only by the owner
     CriticalRegion region;  ///< held while the lock has an owner
@@ -95,7 +96,7 @@ struct SpinLockHead {
 /// release of a nested level touch only the lock's record, never the kernel. Time-outs are in
 /// milliseconds; kForever (all ones) waits without limit, 0 never waits.
 /// Results are 0 (success) or -1 (timed out, or the caller is not the owner); nothing is thrown.
-class SpinLock {
+class VANTA_EXPORT SpinLock {
 public:
     /// A time-out that never expires.
     static constexpr unsigned int kForever = ~0u;
@@ -166,7 +167,7 @@ private:
 };
 
 /// Scoped guard: locks for ever on construction, unlocks on destruction.
-class CSMutex {
+class VANTA_EXPORT CSMutex {
 public:
     /// Locks lock, waiting as long as it takes.
     explicit CSMutex(SpinLock& lock) : mLock(lock) { mLock.lock(SpinLock::kForever); }
@@ -181,7 +182,7 @@ private:
 /// The process-wide lock guarding the library's registries and clock state. Created on first use
 /// by exactly one thread, even when several threads race to use it first; never re-created after
 /// shutdown(), and using it after shutdown() is an error.
-class GlobalLock {
+class VANTA_EXPORT GlobalLock {
 public:
     /// Locks the global lock for ever; 0 on success.
     static int lock();
@@ -198,7 +199,7 @@ public:
 };
 
 /// A second, independent process-wide lock for the application; the library never takes it.
-class BlockMainLock {
+class VANTA_EXPORT BlockMainLock {
 public:
     /// Locks for ever; 0 on success.
     static int lock();
@@ -215,6 +216,6 @@ public:
 };
 
 /// Atomically adds delta to *target (a full barrier) and returns the value it held before.
-long TestThenAdd(long volatile* target, long delta);
+VANTA_EXPORT long TestThenAdd(long volatile* target, long delta);
 
 }  // namespace vanta

@@ -6,6 +6,7 @@
 /// whether the address lies in a memory pool, so one delete serves both kinds.
 #pragma once
 
+#include <vanta/export.h>
 #include <atomic>
 #include <cstddef>
 
@@ -16,26 +17,26 @@ class MemoryPool;
 
 /// Allocates size bytes: from mm when given (through its virtual alloc), otherwise from the C
 /// library's malloc. Returns null on failure; never throws. The caller owns the block.
-void* doNew(unsigned long size, MemoryManager* mm = nullptr);
+VANTA_EXPORT void* doNew(unsigned long size, MemoryManager* mm = nullptr);
 /// Frees a block from doNew, whichever heap it came from: a pool block goes to the manager named
 /// in its header, any other to the C library's free. Null does nothing. The manager argument is
 /// ignored.
-void doDelete(void* p, MemoryManager* mm = nullptr);
+VANTA_EXPORT void doDelete(void* p, MemoryManager* mm = nullptr);
 
 /// Same as doNew.
-void* Malloc(unsigned long size, MemoryManager* mm = nullptr);
+VANTA_EXPORT void* Malloc(unsigned long size, MemoryManager* mm = nullptr);
 /// Malloc, then zeroes the size bytes. Null (nothing zeroed) when the allocation failed.
-void* Calloc(unsigned long size, MemoryManager* mm = nullptr);
+VANTA_EXPORT void* Calloc(unsigned long size, MemoryManager* mm = nullptr);
 /// For C library blocks only: null p gives doNew(size, null), otherwise the C library's realloc.
 /// A pool block must not be passed here.
-void* Realloc(void* p, unsigned long size);
+VANTA_EXPORT void* Realloc(void* p, unsigned long size);
 /// Same as doDelete.
-void Free(void* p);
+VANTA_EXPORT void Free(void* p);
 
 /// Base class whose class operators route every heap instance through doNew/doDelete, so an
 /// object may be placed with a manager (new (mm) T) and still be deleted with a plain delete.
 /// Allocation failure gives a null pointer, never an exception.
-class MemoryObject {
+class VANTA_EXPORT MemoryObject {
 public:
     /// A size of 0 is served as 1, so every object has a distinct address.
     static void* operator new(std::size_t size) noexcept;
@@ -56,7 +57,7 @@ public:
 };
 
 /// An allocator of managed blocks.
-class MemoryManager : public MemoryObject {
+class VANTA_EXPORT MemoryManager : public MemoryObject {
 public:
     virtual ~MemoryManager() = default;
     /// A block of size bytes, or null; the caller owns it until free.
@@ -71,7 +72,7 @@ public:
 /// Thread safety: alloc and free may run on several threads (the pool serialises the block
 /// operations and keeps its own counter exact); the manager's counter is an atomic updated without
 /// a lock, exact while one thread at a time uses the manager, approximate otherwise.
-class HeapManager : public MemoryManager {
+class VANTA_EXPORT HeapManager : public MemoryManager {
 public:
     /// The pool used by managers built without one: created on first need (a 4 MiB first region),
     /// then kept for the life of the process.
@@ -114,7 +115,7 @@ private:
 };
 
 /// A byte buffer of fixed capacity, filled by appending; it never grows.
-class HeapBuffer : public MemoryObject {
+class VANTA_EXPORT HeapBuffer : public MemoryObject {
 public:
     /// Storage of capacity bytes from manager->allocAligned, or from Malloc without a manager.
     /// If the storage cannot be had, the buffer has capacity 0.

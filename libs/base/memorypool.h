@@ -2,6 +2,7 @@
 /// Memory pools: named, locked arenas that record every system region they obtain.
 #pragma once
 
+#include <vanta/export.h>
 #include <vanta/locks.h>
 #include <vanta/memory.h>
 
@@ -14,7 +15,7 @@
 namespace vanta {
 
 /// One system region of a pool.
-struct MMapRange {
+struct VANTA_EXPORT MMapRange {
     /// First byte of the region.
     void* base;
     unsigned long size;  ///< bytes
@@ -27,7 +28,7 @@ struct MMapRange {
 /// Thread safety: malloc and free may be called from any thread (the pool's lock serialises them).
 /// The allocated counter is an atomic: heap managers update it under the pool's lock, other users
 /// through addAllocation/subtractAllocation without it.
-class MemoryPool : public MemoryObject {
+class VANTA_EXPORT MemoryPool : public MemoryObject {
 public:
     /// Maps a first region of initialSize bytes and builds the arena on it. If the system refuses
     /// the region, the pool exists but every malloc returns null.
@@ -106,6 +107,6 @@ private:
 
 /// Removes the first entry whose base is base (size is not compared) by moving the last entry
 /// into its place; order is not preserved. Nothing changes when base is not listed.
-void removeFromList(std::vector<MMapRange>& list, void* base, unsigned long size);
+VANTA_EXPORT void removeFromList(std::vector<MMapRange>& list, void* base, unsigned long size);
 
 }  // namespace vanta

@@ -3,6 +3,7 @@
 /// head.
 #pragma once
 
+#include <vanta/export.h>
 #include <vanta/memory.h>
 
 namespace vanta {
@@ -13,7 +14,7 @@ class ObserverList;
 /// detaching never allocate. An observer belongs to at most one list at a time.
 ///
 /// Not thread-safe: a subject and its observers belong to one thread.
-class Observer : public MemoryObject {
+class VANTA_EXPORT Observer : public MemoryObject {
 public:
     /// A detached, enabled observer.
     Observer() = default;
@@ -50,7 +51,7 @@ private:
 
 /// The head of a subject's observer list: one pointer, null when empty. It is constant-initialised,
 /// so a list embedded in a static object is valid before that object's constructor runs.
-class ObserverList {
+class VANTA_EXPORT ObserverList {
 public:
     constexpr ObserverList() = default;
     /// Detaches every remaining observer, so none is left pointing at a dead subject.

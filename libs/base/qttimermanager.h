@@ -2,6 +2,7 @@
 /// A ready timer manager and peer on Qt's event loop, for applications to install as they are.
 #pragma once
 
+#include <vanta/export.h>
 #include <vanta/timer.h>
 
 #include <QObject>
@@ -20,7 +21,7 @@ namespace vanta {
 /// Its timers are QTimers living on the thread that constructs each Timer (normally the
 /// user-interface thread). Deferred calls go through a queue guarded by a mutex and are run by the
 /// manager's event loop, in the order they were queued.
-class QtTimerManager : public QObject, public Timer::Manager {
+class VANTA_EXPORT QtTimerManager : public QObject, public Timer::Manager {
     Q_OBJECT
 
 public:
@@ -62,7 +63,7 @@ private:
 
 /// A Timer's peer on a QTimer. mode true makes the timer single-shot (it fires once and stops);
 /// false repeats every interval. Fires the Timer on the thread that owns this peer.
-class QtTimerPeer : public QObject, public Timer::Peer {
+class VANTA_EXPORT QtTimerPeer : public QObject, public Timer::Peer {
     Q_OBJECT
 
 public:

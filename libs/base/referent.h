@@ -2,6 +2,7 @@
 /// vanta::Referent: the reference-counted base class of the library's shared values.
 #pragma once
 
+#include <vanta/export.h>
 #include <vanta/memory.h>
 
 #include <atomic>
@@ -11,7 +12,7 @@ namespace vanta {
 /// A base for objects shared by counted references. The count starts at 0 and belongs to the
 /// object, not to its value: copying or assigning a Referent never copies the count, so a copy
 /// starts unshared. Heap instances go through doNew/doDelete (MemoryObject).
-class Referent : public MemoryObject {
+class VANTA_EXPORT Referent : public MemoryObject {
 public:
     Referent() : mRefCount(0) {}
     Referent(const Referent&) : mRefCount(0) {}  ///< Starts unshared: the count is not copied.

@@ -2,6 +2,7 @@
 /// Resource dictionary: resource identifiers mapped to values, saved as lines of bracketed fields.
 #pragma once
 
+#include <vanta/export.h>
 #include <vanta/memory.h>
 
 #include <QMap>
@@ -11,7 +12,7 @@ namespace vanta {
 
 /// The key of a dictionary entry: the resource's id (never empty in a stored entry) and the id
 /// of its owner (may be empty). Ordered by id, then owner id.
-struct ResourceId {
+struct VANTA_EXPORT ResourceId {
     QString id;  ///< The resource's id.
     QString ownerId;  ///< The owner's id; may be empty.
 
@@ -35,7 +36,7 @@ struct ResourceId {
 /// "<id> <value>" or "<id> <value> <owner>", lines ended by "\r\n" when written. Nothing is
 /// escaped, so a value holding ">" or a line break does not read back. Copies share the map until
 /// one of them changes. Not thread-safe: one thread at a time.
-class ResourceDictionary : public MemoryObject {
+class VANTA_EXPORT ResourceDictionary : public MemoryObject {
 public:
     ResourceDictionary() = default;
     /// Shares the map until one side changes.

@@ -3,6 +3,7 @@
 /// process-wide save/restore stack.
 #pragma once
 
+#include <vanta/export.h>
 #include <vanta/memory.h>
 #include <vanta/observer.h>
 
@@ -17,7 +18,7 @@ class SettingGroup;
 
 /// Hears of changes to one setting and of its deletion. Attached at construction, detached at
 /// destruction (or by the setting's pre-delete notification, whichever comes first).
-class SettingObserver : public Observer {
+class VANTA_EXPORT SettingObserver : public Observer {
 public:
     /// What a notification carries.
     struct Event {
@@ -38,7 +39,7 @@ public:
 };
 
 /// Hears of changes to any setting of one group and of the group's deletion.
-class SettingGroupObserver : public Observer {
+class VANTA_EXPORT SettingGroupObserver : public Observer {
 public:
     /// What a notification carries.
     struct Event {
@@ -65,7 +66,7 @@ public:
 /// order nobody controls: a setting built before its group waits as an orphan and is adopted when
 /// the group is built. The group does not own its settings; destroying it leaves them usable and
 /// groupless. Not thread-safe: groups and settings belong to the main thread.
-class SettingGroup : public MemoryObject {
+class VANTA_EXPORT SettingGroup : public MemoryObject {
 public:
     /// Registers the group at the head of the registry, then adopts the settings already built
     /// for it (newest first, so they are listed in the reverse of their construction order).
@@ -114,7 +115,7 @@ private:
 ///
 /// Changes are stamped with Setting::sCurrentModifier and reported to the setting's observers,
 /// then to its group's. Not thread-safe: settings belong to the main thread.
-class Setting : public MemoryObject {
+class VANTA_EXPORT Setting : public MemoryObject {
 public:
     /// The process-wide stack of save frames, innermost first. Its one field pair is constant-
     /// initialised, so it is valid before any constructor runs.

@@ -1,6 +1,8 @@
 // Saving a settings file so that a writer killed mid-save does not stall or litter the next one.
 #pragma once
 
+#include <vanta/export.h>
+
 #include <QSettings>
 
 namespace vanta {
@@ -17,7 +19,7 @@ namespace vanta {
 // process is a remnant and is removed, and so are temporaries of that file. A lock naming a
 // process is left to the store, which clears it at once when that process is gone.
 // Waits at most kGuardWaitMs for a live saver to finish; past that it saves without the guard.
-QSettings::Status saveSettings(QSettings& settings);
+VANTA_EXPORT QSettings::Status saveSettings(QSettings& settings);
 
 // How long saveSettings waits for another saver's guard.
 constexpr int kGuardWaitMs = 5000;

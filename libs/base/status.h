@@ -3,6 +3,7 @@
 /// streams.
 #pragma once
 
+#include <vanta/export.h>
 #include <vanta/hashtable.h>
 
 #include <QString>
@@ -21,7 +22,7 @@ namespace vanta {
 /// A subsystem: a number, a display name and a message table. Constructing one registers it under
 /// its number; destroying it unregisters it. Of two subsystems with one number, the one
 /// registered last is found until it is destroyed.
-class StatusSubsys {
+class VANTA_EXPORT StatusSubsys {
 public:
     /// An empty name is replaced by "Unknown (<number>)". Registers the object under the global
     /// lock, before a subclass's own constructor runs.
@@ -46,7 +47,7 @@ public:
 
 /// The application subsystem, number 0, "APP": the general error table (severity 3, codes 0-22,
 /// offered for translation) and two info texts (severity 1, codes 0-1, never translated).
-class StatusSubsysApp : public StatusSubsys {
+class VANTA_EXPORT StatusSubsysApp : public StatusSubsys {
 public:
     static constexpr unsigned int kErrorCount = 23;  ///< rows of the error table
     static constexpr unsigned int kInfoCount = 2;    ///< rows of the info table
@@ -60,7 +61,7 @@ public:
 };
 
 /// The registry: subsystems by number, borrowed, never deleted by the table.
-class StatusSubsysTable final : public HashTable<StatusSubsys, unsigned short> {
+class VANTA_EXPORT StatusSubsysTable final : public HashTable<StatusSubsys, unsigned short> {
 public:
     /// A registry of requestedBuckets buckets (rounded up to a prime).
     explicit StatusSubsysTable(unsigned int requestedBuckets) : HashTable(requestedBuckets) {}
@@ -74,43 +75,43 @@ public:
 
 /// The process-wide registry, created by the first registration (15 buckets asked, 53 given) and
 /// never freed; null before that. Guarded by GlobalLock; the null test alone may run unlocked.
-extern std::atomic<StatusSubsysTable*> subsysTable;
+VANTA_EXPORT extern std::atomic<StatusSubsysTable*> subsysTable;
 
 /// The application subsystem, created when the library is loaded and deleted when it is unloaded.
-extern StatusSubsysApp* appSubsys;
+VANTA_EXPORT extern StatusSubsysApp* appSubsys;
 
 /// The registered subsystem with this number, or null. Takes GlobalLock unless nothing was ever
 /// registered.
-StatusSubsys* getSubsys(unsigned short number);
+VANTA_EXPORT StatusSubsys* getSubsys(unsigned short number);
 /// Add or remove a subsystem under GlobalLock; called by StatusSubsys itself.
-void registerSubsys(StatusSubsys* subsys);
-void unregisterSubsys(StatusSubsys* subsys);  ///< Removes subsys from the registry.
+VANTA_EXPORT void registerSubsys(StatusSubsys* subsys);
+VANTA_EXPORT void unregisterSubsys(StatusSubsys* subsys);  ///< Removes subsys from the registry.
 
 /// "No Error", "Info", "Warning" or "Error" (translated once) for code >> 30.
-const QString& getSeverityString(unsigned int code);
+VANTA_EXPORT const QString& getSeverityString(unsigned int code);
 
 /// The subsystem's printable form (StatusSubsys::gString), or "Could not decode error 0x<code>"
 /// when the subsystem is not registered.
-QString StatusGetPrintable(unsigned int code);
+VANTA_EXPORT QString StatusGetPrintable(unsigned int code);
 /// The subsystem's name, or the translation of "Invalid" when it is not registered.
-const QString& StatusGetSubsysName(unsigned int code);
+VANTA_EXPORT const QString& StatusGetSubsysName(unsigned int code);
 /// The subsystem's severity word, or the common one when it is not registered.
-const QString& StatusGetSeverityString(unsigned int code);
+VANTA_EXPORT const QString& StatusGetSeverityString(unsigned int code);
 /// The subsystem's message, or a null string when it is not registered.
-const QString& StatusGetErrorString(unsigned int code);
+VANTA_EXPORT const QString& StatusGetErrorString(unsigned int code);
 
 /// The two log streams; both start as standard error. An application may point either at a file of
 /// its own; closeLogStreams() closes them when the process ends.
-extern FILE* LM_ERROR;
-extern FILE* LM_NOTICE;  ///< The notice stream.
+VANTA_EXPORT extern FILE* LM_ERROR;
+VANTA_EXPORT extern FILE* LM_NOTICE;  ///< The notice stream.
 
 /// Writes "<frame>: <message>" as UTF-8 and flushes; the message ends at its first zero character
 /// and brings its own line end. A null stream writes nothing. Always returns true: output errors
 /// are ignored. Writes narrow bytes, so other narrow writers to the same stream keep working.
-bool ErrorLog(FILE* stream, const QString& message);
+VANTA_EXPORT bool ErrorLog(FILE* stream, const QString& message);
 
 /// Closes LM_ERROR and LM_NOTICE unless null or standard error (once, if both name one file) and
 /// sets both to null. Called when the System object is destroyed.
-void closeLogStreams();
+VANTA_EXPORT void closeLogStreams();
 
 }  // namespace vanta

@@ -2,6 +2,7 @@
 /// String conversions between QString (UTF-16), wide strings (UTF-32), 16-bit arrays and UTF-8.
 #pragma once
 
+#include <vanta/export.h>
 #include <QString>
 
 #include <string>
@@ -11,31 +12,31 @@ namespace vanta {
 /// UTF-16 to UTF-32. A high surrogate followed by a low one becomes one character; every other
 /// unit, unpaired surrogates included, is widened as it is. The result keeps the source's length, so
 /// each combined pair leaves one zero character at the end: stop at the first zero for the text.
-std::wstring toWString(const QString& s);
+VANTA_EXPORT std::wstring toWString(const QString& s);
 
 /// Widens 16-bit units one by one up to the first zero unit, without combining surrogates.
 /// A null pointer gives an empty string.
-std::wstring toWString(const unsigned short* s);
+VANTA_EXPORT std::wstring toWString(const unsigned short* s);
 
 /// UTF-32 to UTF-16 of exactly length characters (zeros included); characters above 0xFFFF become
 /// surrogate pairs, others are truncated to one 16-bit unit. A null s gives a null QString;
 /// a negative length counts as 0.
-QString toQString(const wchar_t* s, int length);
+VANTA_EXPORT QString toQString(const wchar_t* s, int length);
 
 /// As toQString(s, wcslen(s)); a null pointer gives a null QString.
-QString toQString(const wchar_t* s);
+VANTA_EXPORT QString toQString(const wchar_t* s);
 
 /// As toQString(s.data(), s.size()).
-QString toQString(const std::wstring& s);
+VANTA_EXPORT QString toQString(const std::wstring& s);
 
 /// The percent escape of one byte, "%" and two lower-case hex digits ("%41", "%ff", "%00").
 /// Points at constant storage that lives as long as the program; never free it.
-const char* hexEncode(char c);
+VANTA_EXPORT const char* hexEncode(char c);
 
 /// A growable UTF-8 byte buffer. Each 16-bit unit is encoded on its own (a surrogate half becomes a
 /// three-byte sequence), and appending stops at the first zero unit. The buffer doubles when full
 /// and is not NUL-terminated. Not thread-safe.
-class Utf8OStream {
+class VANTA_EXPORT Utf8OStream {
 public:
     /// capacity: bytes allocated up front (0 allocates on the first append).
     explicit Utf8OStream(int capacity = 256);
@@ -67,4 +68,4 @@ private:
 /// Case-insensitive comparison of two wide strings: -1, 0 or 1. Characters in the byte range fold
 /// through the C library's tolower (current locale); others compare as they are. A shorter string
 /// that is a prefix of the other sorts first. A null pointer counts as the empty string.
-int wcsicmp(const wchar_t* a, const wchar_t* b);
+VANTA_EXPORT int wcsicmp(const wchar_t* a, const wchar_t* b);

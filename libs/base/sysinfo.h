@@ -2,13 +2,14 @@
 /// Graphics card facts: the GfxCardInfo interface and its Linux implementation.
 #pragma once
 
+#include <vanta/export.h>
 #include <QString>
 
 namespace vanta {
 
 /// What the renderer may ask about the graphics card. Each getter answers whether its result is
 /// valid; the text getters write "unimplemented" when they have no answer.
-class GfxCardInfo {
+class VANTA_EXPORT GfxCardInfo {
 public:
     /// The card's own memory in megabytes; mb is written only when the answer is true.
     virtual bool getGraphicsCardMemoryInMB(int& mb) = 0;
@@ -30,7 +31,7 @@ public:
 /// default OpenGL renderer is a hardware one (not a software rasteriser), the renderer's vendor
 /// and renderer strings name the card.
 /// Everything is read once, in the constructor.
-class GfxCardInfoLinux : public GfxCardInfo {
+class VANTA_EXPORT GfxCardInfoLinux : public GfxCardInfo {
 public:
     /// sysfsRoot is "/sys" in use; tests point it at a prepared tree. askRenderer false skips the
     /// OpenGL query (which may take a moment while a driver loads). Becomes sSingleton.

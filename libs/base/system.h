@@ -2,6 +2,7 @@
 /// vanta::System: the process-wide static operations, grouped by the family that implements them.
 #pragma once
 
+#include <vanta/export.h>
 #include <QString>
 #include <QStringList>
 
@@ -11,7 +12,7 @@ namespace vanta {
 
 /// A class of static operations with one static instance (see the clock section). Each group of
 /// operations below is implemented in the source of its family; the Linux parts live in linux/.
-class System {
+class VANTA_EXPORT System {
 public:
     // ---- Sleeping and the processor count (locks.cpp, linux/systemlinux.cpp) ----
 
@@ -269,6 +270,6 @@ public:
 };
 
 /// Starts the process clock: getTime() counts from this call. Run by theSystem's constructor.
-void init_clock();
+VANTA_EXPORT void init_clock();
 
 }  // namespace vanta

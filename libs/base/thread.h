@@ -2,6 +2,7 @@
 /// Worker groups: AsyncThread runs one handler on a fixed set of threads in lock-step rounds.
 #pragma once
 
+#include <vanta/export.h>
 #include <vanta/locks.h>
 #include <vanta/system.h>
 #include <vanta/waiting.h>
@@ -13,7 +14,7 @@ namespace vanta {
 /// The work an AsyncThread's workers run. Only handleAsync is called, on every worker at once, so
 /// it must be safe for that; no worker index is passed (split work with a shared TestThenAdd
 /// counter if needed).
-class AsyncThreadHandler {
+class VANTA_EXPORT AsyncThreadHandler {
 public:
     virtual void handleAsync() = 0;  ///< The work; runs on every worker at once.
     virtual ~AsyncThreadHandler() = default;
@@ -25,7 +26,7 @@ public:
 /// queued per worker, further requests are dropped. Workers meet after every call, so they are
 /// never more than one round apart. With a wait time-out set, a worker that gets no request within
 /// it runs the handler anyway. A group is started once and stopped once; it cannot be restarted.
-class AsyncThread {
+class VANTA_EXPORT AsyncThread {
 public:
     /// Status returned by a second startThreads().
     static constexpr int kAlreadyStarted = int(0xc0000002);

@@ -3,10 +3,12 @@
 
 #include <vanta/status.h>
 
-#include <QApplication>
-#include <QMessageBox>
+#include <QCoreApplication>
+
+#include <dlfcn.h>
 
 #include <algorithm>
+#include <mutex>
 
 namespace vanta {
 
@@ -96,17 +98,49 @@ AsyncMessageBox::AsyncMessageBox(System::MessageType type, const QString& title,
                                  const QString& text)
     : type(type), title(title), text(text) {}
 
+namespace {
+
+using ShowMessageBox = void (*)(bool warning, const QString& title, const QString& text);
+
+// The box itself lives in the widgets library, so that the core loads no Qt Widgets. A program
+// that links only the core gets that library loaded here, from the core's own folder first, the
+// first time a box is shown; a failure is logged once and every box then goes to the error log.
+ShowMessageBox widgetsMessageBox() {
+    static ShowMessageBox show = nullptr;
+    static std::once_flag once;
+    std::call_once(once, [] {
+        QString error;
+        void* library = nullptr;
+        Dl_info self{};
+        if (dladdr(reinterpret_cast<void*>(&widgetsMessageBox), &self) && self.dli_fname) {
+            const QByteArray beside = QByteArray(self.dli_fname).left(
+                                          QByteArray(self.dli_fname).lastIndexOf('/') + 1) +
+                                      VANTA_WIDGETS_LIBRARY;
+            library = dlopen(beside.constData(), RTLD_NOW | RTLD_LOCAL);
+        }
+        if (!library)
+            library = dlopen(VANTA_WIDGETS_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+        if (!library)
+            error = QString::fromLocal8Bit(dlerror());
+        else if (!(show = reinterpret_cast<ShowMessageBox>(dlsym(library, "vantaWidgetsMessageBox"))))
+            error = QString::fromLocal8Bit(dlerror());
+        if (!show)
+            ErrorLog(LM_ERROR, QStringLiteral("message boxes go to this log: cannot load %1 (%2)\n")
+                                   .arg(QLatin1String(VANTA_WIDGETS_LIBRARY), error));
+    });
+    return show;
+}
+
+}  // namespace
+
 void AsyncMessageBox::execute() {
-    if (qobject_cast<QApplication*>(QCoreApplication::instance())) {
-        QWidget* parent = QApplication::activeWindow();
-        if (type == System::kMessageWarning)
-            QMessageBox::warning(parent, title, text);
-        else
-            QMessageBox::information(parent, title, text);
-    } else {
-        // Without widgets there is no box to show; the message goes to the error log instead.
+    // A box needs a widget application; a console or GUI-only program gets the message logged.
+    QCoreApplication* app = QCoreApplication::instance();
+    const ShowMessageBox show = app && app->inherits("QApplication") ? widgetsMessageBox() : nullptr;
+    if (show)
+        show(type == System::kMessageWarning, title, text);
+    else
         ErrorLog(LM_ERROR, title + QStringLiteral(": ") + text + u'\n');
-    }
     delete this;
 }
 

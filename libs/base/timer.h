@@ -3,6 +3,7 @@
 /// application-supplied manager.
 #pragma once
 
+#include <vanta/export.h>
 #include <vanta/memory.h>
 #include <vanta/system.h>
 
@@ -14,7 +15,7 @@
 namespace vanta {
 
 /// A timer: observers are told each time it fires.
-class ITimer {
+class VANTA_EXPORT ITimer {
 public:
     /// An object told when a timer fires.
     class IObserver {
@@ -47,7 +48,7 @@ public:
 /// the first Timer, and the peer calls fire() when the timer expires.
 ///
 /// Not thread-safe: add and remove observers, start, stop and fire on one thread.
-class Timer : public ITimer {
+class VANTA_EXPORT Timer : public ITimer {
 public:
     class Peer;
     class Manager;
@@ -151,10 +152,10 @@ public:
 
 /// The current manager, or null. Set and cleared by Manager's constructor and destructor; read by
 /// any thread that calls Timer::executeAsync.
-extern std::atomic<Timer::Manager*> sManager;
+VANTA_EXPORT extern std::atomic<Timer::Manager*> sManager;
 
 /// A message box shown on the user-interface thread; see System::AsyncMessageBox.
-class AsyncMessageBox : public Timer::SyncMethod, public MemoryObject {
+class VANTA_EXPORT AsyncMessageBox : public Timer::SyncMethod, public MemoryObject {
 public:
     /// A box of the given type, title and text.
     AsyncMessageBox(System::MessageType type, const QString& title, const QString& text);

@@ -3,6 +3,7 @@
 /// numeric conversion helpers behind their getVal/setVal.
 #pragma once
 
+#include <vanta/export.h>
 #include <vanta/settings.h>
 
 #include <QString>
@@ -21,22 +22,22 @@ inline double convertToDouble(double value) { return value; }
 /// Returns the new value (the old one is not needed for plain numbers).
 inline double convertFromDouble(double /*oldValue*/, double newValue) { return newValue; }
 /// Reads as 0.0.
-double convertToDouble(const QString& value);
+VANTA_EXPORT double convertToDouble(const QString& value);
 /// Ignores the number.
-void convertFromDouble(QString& value, double number);
+VANTA_EXPORT void convertFromDouble(QString& value, double number);
 /// Reads as 0.0.
-double convertToDouble(const QDateTime& value);
+VANTA_EXPORT double convertToDouble(const QDateTime& value);
 /// Ignores the number.
-void convertFromDouble(QDateTime& value, double number);
+VANTA_EXPORT void convertFromDouble(QDateTime& value, double number);
 /// Reads as 0.0.
-double convertToDouble(const std::pair<int, int>& value);
+VANTA_EXPORT double convertToDouble(const std::pair<int, int>& value);
 /// Ignores the number.
-void convertFromDouble(std::pair<int, int>& value, double number);
+VANTA_EXPORT void convertFromDouble(std::pair<int, int>& value, double number);
 
 /// A setting holding a T (bool, int or QString) with a fixed default and its own stack of values
 /// saved by the open save frames. Not thread-safe: settings belong to the main thread.
 template <class T>
-class TypedSetting : public Setting {
+class VANTA_EXPORT TypedSetting : public Setting {
 public:
     /// Value and default start as defaultValue; the flags are stored for client code.
     TypedSetting(SettingGroup& group, const QString& name, const T& defaultValue,
@@ -112,7 +113,7 @@ extern template class TypedSetting<int>;
 extern template class TypedSetting<QString>;
 
 /// An integer setting with a class of its own; same behaviour and type code as TypedSetting<int>.
-class IntSetting : public TypedSetting<int> {
+class VANTA_EXPORT IntSetting : public TypedSetting<int> {
 public:
     /// A setting of group named name, with defaultValue and the two client flags.
     IntSetting(SettingGroup& group, const QString& name, int defaultValue,
@@ -122,7 +123,7 @@ public:
 
 /// A string setting that carries the CRC-32 of its default's UTF-8 bytes, computed once: later
 /// changes of the value do not update it.
-class HashedStringSetting : public TypedSetting<QString> {
+class VANTA_EXPORT HashedStringSetting : public TypedSetting<QString> {
 public:
     /// A setting of group named name, with defaultValue and the two client flags.
     HashedStringSetting(SettingGroup& group, const QString& name, const QString& defaultValue,

@@ -17,10 +17,11 @@
 
 namespace {
 
-// The built-in version, formatted as "%hu.%hu.%04hu".
-constexpr unsigned short kVersionMajor = 4;
-constexpr unsigned short kVersionMinor = 0;
-constexpr unsigned short kVersionBuild = 2736;
+// The built-in version, formatted as "%hu.%hu.%04hu"; the numbers come from the project's
+// version in CMakeLists.txt.
+constexpr unsigned short kVersionMajor = VANTA_VERSION_MAJOR;
+constexpr unsigned short kVersionMinor = VANTA_VERSION_MINOR;
+constexpr unsigned short kVersionBuild = VANTA_VERSION_PATCH;
 
 const char kRegistryPathFormat[] = "Software/%1/%2";
 

@@ -3,6 +3,7 @@
 /// detection, and the "Version" settings group that publishes them.
 #pragma once
 
+#include <vanta/export.h>
 #include <vanta/typedsetting.h>
 
 #include <QString>
@@ -11,7 +12,7 @@ class QSettings;
 
 /// The "Version" settings group: who the application is and what it runs on, as observable
 /// settings. The one instance is VersionInfo::versionOptions. Main thread only, like every group.
-class VersionOptions : public vanta::SettingGroup {
+class VANTA_EXPORT VersionOptions : public vanta::SettingGroup {
 public:
     VersionOptions();
     ~VersionOptions() override;
@@ -37,7 +38,7 @@ public:
 /// Who this program is. Every operation first creates the private record (VersionInfoImpl) if it
 /// does not exist yet; creation is locked, so the first calls may race. The setters change the
 /// record in place and belong to the main thread, before other threads read it.
-class VersionInfo {
+class VANTA_EXPORT VersionInfo {
 public:
     /// The editions; each has a row of names in the record's edition map.
     enum AppType : int {

@@ -2,6 +2,7 @@
 /// Waiting primitives: the counting Semaphore, the reusable Barrier and the Conditional.
 #pragma once
 
+#include <vanta/export.h>
 #include <vanta/locks.h>
 
 #include <atomic>
@@ -16,7 +17,7 @@ struct ConditionalData;
 /// The count ranges from 0 to kMaxCount. A semaphore constructed with a count outside that range
 /// is unusable: every call on it returns -1 at once. Safe to use from any threads; nothing throws
 /// after construction.
-class Semaphore {
+class VANTA_EXPORT Semaphore {
 public:
     static constexpr long kMaxCount = 0x7fffffff;  ///< The highest count.
 
@@ -46,7 +47,7 @@ private:
 /// The caller must hold the lock (at any depth). The wait releases it completely, so other threads
 /// can take it while the caller sleeps, and takes it back at the same depth before returning.
 /// Wake-ups may be spurious: callers re-check their condition after every return.
-class Conditional {
+class VANTA_EXPORT Conditional {
 public:
     Conditional();
     ~Conditional();
@@ -75,7 +76,7 @@ private:
 /// Each enter() blocks until `total` threads have entered for the current round; then all of them
 /// return and the next round begins. A thread that leaves and enters again at once joins the next
 /// round: it can never slip through the round that is still letting its waiters go.
-class Barrier {
+class VANTA_EXPORT Barrier {
 public:
     explicit Barrier(int total);  ///< A barrier for total threads.
     ~Barrier();

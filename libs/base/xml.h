@@ -2,6 +2,7 @@
 /// XML files read into a tree of named nodes, and values looked up by slash-separated paths.
 #pragma once
 
+#include <vanta/export.h>
 #include <vanta/memory.h>
 
 #include <QString>
@@ -16,7 +17,7 @@ namespace vanta {
 /// freed only through destroySelfAndHierarchy, which frees the whole subtree without recursion.
 /// Not thread-safe: the nodes read from one document share storage, so they belong to one thread
 /// at a time, even after being split into several trees.
-class XmlNode : public MemoryObject {
+class VANTA_EXPORT XmlNode : public MemoryObject {
 public:
     /// A node named name with value, not yet in a tree.
     explicit XmlNode(const QString& name, const QString& value = QString());
@@ -79,7 +80,7 @@ private:
 /// UTF-16 with a byte order mark, ISO-8859-1 or US-ASCII, as their declaration says. External
 /// entities and external DTDs are never loaded, and expat's protection against entity expansion
 /// attacks stays on. Reading blocks on file input. Not thread-safe.
-class XmlReader : public MemoryObject {
+class VANTA_EXPORT XmlReader : public MemoryObject {
 public:
     /// Reads and parses the file at path. Failures end in getErrorsOccurred() and getErrorText():
     /// "Could not open file \"PATH\"" or "Parse error: MESSAGE\nat line: L, column: C".
@@ -110,7 +111,7 @@ private:
 
 /// Finds nodes by paths such as "settings/cache": names separated by "/", where empty pieces
 /// (leading, trailing or doubled slashes) do not count. Stateless.
-class XmlPathFinder {
+class VANTA_EXPORT XmlPathFinder {
 public:
     /// The node the path leads to from start: its first name must be start's own name, each
     /// further name picks the first child of that name. Null when any step fails or the path
@@ -121,7 +122,7 @@ public:
 };
 
 /// A tree that owns its root and frees it when destroyed.
-class XmlTree : public MemoryObject {
+class VANTA_EXPORT XmlTree : public MemoryObject {
 public:
     /// Takes ownership of root (which may be null, giving an empty tree).
     explicit XmlTree(XmlNode* root);

@@ -3,6 +3,7 @@
 /// remembers the messages the user chose not to see again.
 #pragma once
 
+#include <vanta/export.h>
 #include <QDialog>
 #include <QString>
 #include <QStringList>
@@ -16,7 +17,7 @@ class QWidget;
 /// message again" box, laid out top to bottom. The pressed button's code lands in resultCode:
 /// 0 or 1 for the answer buttons, -1 for cancel (also when the dialog is closed or escaped).
 /// Main thread only.
-class memoryDialog : public QDialog {
+class VANTA_EXPORT memoryDialog : public QDialog {
     Q_OBJECT
 
 public:
@@ -63,7 +64,7 @@ namespace vanta {
 
 /// Shows memoryDialog as a modal message and keeps the list of suppressed message ids in the
 /// user application settings ("MessageEntryList"). Main thread only; not reentrant.
-class MemoryWindow {
+class VANTA_EXPORT MemoryWindow {
 public:
     /// The dialog being shown, null when none.
     static memoryDialog* MEMDialog;
