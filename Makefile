@@ -4,7 +4,7 @@ JOBS ?= 2
 # Extra configure arguments, e.g. CMAKE_ARGS=-DVANTA_WERROR=ON (what CI passes).
 CMAKE_ARGS ?=
 # What `make install` and `make package` need built: the libraries and the tool, not the tests.
-INSTALLED_TARGETS = vantabase vanta
+INSTALLED_TARGETS = vantabase vantabase_widgets vanta
 
 .PHONY: all setup configure installed-targets build run test bench install package docs coverage clean
 
