@@ -87,7 +87,7 @@ set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOL_DESCRIPTION "try the parsers and services of vanta-base from a shell
 The vanta command reads coordinates, ISO 8601 and HTTP dates, XML files,
 resource dictionaries and status codes, describes the machine, and shows
-the low-memory dialog, one result per line. A text of \"-\" reads one text
+the low-memory dialog, one result per line. A text of '-' reads one text
 per line from standard input.")
 
 # The -dev package needs the libraries at exactly this version and the -dev packages of what
