@@ -72,6 +72,12 @@ long=$(head -c 10000 /dev/zero | tr '\0' '1')
 out=$(printf '%s\n45n\n' "$long" | "$vanta" lat - 2>"$work/err")
 [ $? -eq 1 ] && [ "$out" = 45 ] && [ "$(grep -c '^vanta: line 1: ' "$work/err")" = 1 ] &&
   ! grep -q 'line 3' "$work/err" || fail "a 10000-byte line was not one rejected line"
+# A NUL byte inside a line stays in that line: the line is rejected, the next one is its own.
+out=$(printf '45n\0x\n12s\n' | "$vanta" lat - 2>"$work/err")
+[ $? -eq 1 ] && [ "$out" = -12 ] && grep -q '^vanta: line 1: ' "$work/err" && ! grep -q 'line 2' "$work/err" ||
+  fail "a NUL byte merged lines: '$out' / $(cat "$work/err")"
+# Unreadable standard input (a directory) is an error, not an empty batch.
+"$vanta" lat - </ >/dev/null 2>&1; [ $? -eq 1 ] || fail "lat - reading a directory did not fail"
 # Empty standard input: nothing printed, success.
 out=$("$vanta" latlng - </dev/null) && [ -z "$out" ] || fail "latlng - on empty input"
 

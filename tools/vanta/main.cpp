@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <set>
 #include <string>
@@ -46,31 +47,21 @@ void printHelp(FILE* to) {
 // line gets its result or its error; the status is the worst of them.
 int runOverLines(const Command& command, QStringList args) {
     int status = kOk;
-    std::string line;
-    char buffer[4096];
-    bool atEnd = false;
-    while (!atEnd) {
-        line.clear();
-        // fgets keeps a line longer than the buffer in pieces; join them up to the newline.
-        for (;;) {
-            if (!std::fgets(buffer, sizeof buffer, stdin)) {
-                atEnd = true;
-                break;
-            }
-            line += buffer;
-            if (!line.empty() && line.back() == '\n')
-                break;
-        }
-        if (atEnd && line.empty())
-            break;
-        if (!line.empty() && line.back() == '\n')
-            line.pop_back();
-        if (!line.empty() && line.back() == '\r')
-            line.pop_back();
+    char* buffer = nullptr;
+    size_t capacity = 0;
+    ssize_t length = 0;
+    // getline gives each line whole, whatever its length, and its true length, so a NUL byte
+    // inside a line stays in that line.
+    while ((length = getline(&buffer, &capacity, stdin)) >= 0) {
+        if (length > 0 && buffer[length - 1] == '\n')
+            --length;
+        if (length > 0 && buffer[length - 1] == '\r')
+            --length;
         ++gLineNumber;
-        args.last() = QString::fromUtf8(line.data(), qsizetype(line.size()));
+        args.last() = QString::fromUtf8(buffer, qsizetype(length));
         status = std::max(status, command.run(args));
     }
+    std::free(buffer);
     gLineNumber = 0;
     if (std::ferror(stdin))
         return error(QStringLiteral("cannot read standard input"));
