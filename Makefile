@@ -48,7 +48,7 @@ install:
 	else \
 	  $(MAKE) --no-print-directory installed-targets; \
 	fi
-	cmake --install build --prefix $(PREFIX)
+	cmake --install build --prefix "$(PREFIX)"
 	@chown --reference=build build/install_manifest.txt
 	@if [ "$$(id -u)" -eq 0 ]; then ldconfig; fi
 
