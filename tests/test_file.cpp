@@ -74,20 +74,38 @@ TEST(Paths, CleanupLocalPathsAndHttpAddresses) {
 
 TEST(StandardFolders, FollowTheEnvironment) {
     const QString root = freshDir(QStringLiteral("xdg"));
-    QDir().mkpath(root + "/data");
     vantatest::ScopedEnv data("XDG_DATA_HOME", (root + "/data").toUtf8().constData());
     vantatest::ScopedEnv tmp("TMPDIR", root.toUtf8().constData());
-    // Creation is one level only and a failure is not reported: the path comes back anyway.
+    // A fresh account has neither folder: the whole chain is created.
     vantatest::ScopedEnv cache("XDG_CACHE_HOME", (root + "/none/deeper").toUtf8().constData());
     EXPECT_EQ(System::getAppDirectory(), root + "/data/Orvane Vanta");
     EXPECT_TRUE(QFileInfo(root + "/data/Orvane Vanta").isDir());
     EXPECT_EQ(System::getTempDirectory(), root + "/");
     EXPECT_EQ(System::getCacheDirectory(), root + "/none/deeper/Orvane Vanta");
-    EXPECT_FALSE(QFileInfo::exists(root + "/none"));
+    EXPECT_TRUE(QFileInfo(root + "/none/deeper/Orvane Vanta").isDir());
     const QString xml = System::makeTempFilePath("xml", "pre");
     EXPECT_TRUE(xml.startsWith(root + "/pre") && xml.endsWith(".xml") && !QFileInfo::exists(xml))
         << xml.toStdString();
     EXPECT_FALSE(QFileInfo(System::makeTempFilePath(QString(), "pre")).fileName().contains('.'));
+}
+
+TEST(StandardFolders, UnusableTmpdirFallsBackToTmp) {
+    const QString root = freshDir(QStringLiteral("tmpdir"));
+    writeFile(root + "/plain", "x");
+    const QString rows[][2] = {  // TMPDIR, temporary folder
+        {root + "//", root + "/"},
+        {root + "/missing", "/tmp/"},
+        {root + "/plain", "/tmp/"},
+        {"relative/dir", "/tmp/"},
+        {".", "/tmp/"},
+        {"/", "/tmp/"},
+        {"", "/tmp/"},
+    };
+    for (const auto& row : rows) {
+        vantatest::ScopedEnv tmp("TMPDIR", row[0].toUtf8().constData());
+        EXPECT_EQ(System::getTempDirectory(), row[1]) << row[0].toStdString();
+        EXPECT_EQ(QFileInfo(System::makeTempFilePath("xml", "pre")).path() + '/', row[1]);
+    }
 }
 
 TEST(MakeAbsDirPath, CreatesTheChainFromTheRoot) {
