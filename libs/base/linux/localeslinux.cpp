@@ -7,6 +7,7 @@
 #include <QUrl>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -96,8 +97,27 @@ bool System::LaunchExternalBrowser(const QString& url, bool, bool) {
     QByteArray program("xdg-open");
     QByteArray argument = address.toUtf8();
     char* argv[] = {program.data(), argument.data(), nullptr};
+    // The opener, and the browser it may start, must not share anything with the caller: a
+    // session of its own (a terminal's hang-up or the caller's process group signals do not
+    // reach it), no blocked or ignored signals inherited from the calling thread, and only
+    // the standard descriptors (a pipe end left open in it would keep the caller's reader
+    // waiting for an end of file for as long as the browser runs).
+    posix_spawnattr_t attributes;
+    posix_spawn_file_actions_t actions;
+    sigset_t none, all;
+    sigemptyset(&none);
+    sigfillset(&all);
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes,
+                             POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setsigdefault(&attributes, &all);
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addclosefrom_np(&actions, 3);
     pid_t pid = 0;
-    sLastLaunchSucceded = posix_spawnp(&pid, argv[0], nullptr, nullptr, argv, environ) == 0;
+    sLastLaunchSucceded = posix_spawnp(&pid, argv[0], &actions, &attributes, argv, environ) == 0;
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
     if (sLastLaunchSucceded) {
         // The opener hands the address to the browser and ends; reap it without making the
         // caller wait, so it never lingers as a zombie.
