@@ -56,12 +56,17 @@ TEST(Locales, PlatformListFromTheEnvironment) {
         const char* expected;
     } rows[] = {
         {{"en:de", nullptr, nullptr, "C.UTF-8"}, "en de"},
-        {{nullptr, nullptr, nullptr, "de_CH.UTF-8@euro"}, "de_CH"},
-        {{"pt-br:fr_FR.ISO-8859-1", nullptr, "fr_FR.UTF-8", "C"}, "pt_BR fr_FR"},
-        {{nullptr, "ja_JP.UTF-8", nullptr, "en_US.UTF-8"}, "ja_JP en_US"},
-        {{"C", "POSIX", "C.UTF-8", "POSIX"}, ""},
-        {{nullptr, nullptr, nullptr, nullptr}, ""},
-        {{"::bad locale!:sr_latn_rs@latin:e", nullptr, nullptr, nullptr}, "sr_Latn_RS"},
+        {{nullptr, nullptr, nullptr, "de_CH.UTF-8@euro"}, "de_CH en"},
+        {{"pt-br:fr_FR.ISO-8859-1", nullptr, "fr_FR.UTF-8", "C"}, "pt_BR fr_FR en"},
+        {{nullptr, "ja_JP.UTF-8", nullptr, "en_US.UTF-8"}, "ja_JP en"},  // LC_ALL hides LANG
+        {{"de:fr", "C", nullptr, "de_DE.UTF-8"}, "en"},  // and "C" hides LANGUAGE too
+        {{"C", "POSIX", "C.UTF-8", "POSIX"}, "en"},
+        {{nullptr, nullptr, nullptr, "C"}, "en"},
+        {{nullptr, nullptr, nullptr, nullptr}, "en"},
+        {{"de:fr", nullptr, nullptr, nullptr}, "en"},  // nothing set is "C"
+        {{"", "", "", "it_IT.UTF-8"}, "it_IT en"},  // empty is unset
+        {{"fr:en:de", nullptr, nullptr, "de.UTF-8"}, "fr en de"},  // no name twice
+        {{"::bad locale!:sr_latn_rs@latin:e", nullptr, nullptr, "C.UTF-8"}, "sr_Latn_RS en"},
     };
     for (const auto& row : rows) {
         ScopedLocaleEnv env(row.env);
@@ -70,7 +75,7 @@ TEST(Locales, PlatformListFromTheEnvironment) {
 }
 
 TEST(Locales, SavedChoiceGoesInFront) {
-    ScopedLocaleEnv env({"en:de", nullptr, nullptr, nullptr});
+    ScopedLocaleEnv env({"en:de", nullptr, nullptr, "C.UTF-8"});
     // No default is inserted, and a duplicate is kept.
     const char* rows[][2] = {{nullptr, "en de"}, {"fr", "fr en de"}, {"de", "de en de"}};
     for (const auto& row : rows) {
@@ -90,6 +95,9 @@ TEST(Locales, RegionEmphasis) {
         {nullptr, "en_AU.UTF-8", "", ""},
         {nullptr, "C.UTF-8", "en", "en"},
         {"de_AT.UTF-8", "en_AU.UTF-8", "de", "de_AT de"},
+        {nullptr, "de.UTF-8", "de en", "de en"},  // a system locale without a region adds none
+        {"C", "de_CH.UTF-8", "de", "de"},         // LC_ALL=C hides LANG's region
+        {"junk!", "de_CH.UTF-8", "de", "de"},
     };
     for (const auto& row : rows) {
         ScopedLocaleEnv env({nullptr, row.lcAll, nullptr, row.lang});

@@ -45,28 +45,45 @@ QString canonicalLocale(const QByteArray& setting) {
     return canonical;
 }
 
-// The locale the system formats for: the first of LC_ALL, LC_MESSAGES, LANG that names one.
-QString systemRegionLocale() {
+// The setting of the locale in force for messages, by the C library's precedence: LC_ALL when
+// set, else LC_MESSAGES, else LANG ("C" when none is set; an empty variable counts as unset).
+QByteArray localeInForce() {
     for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
-        const QString canonical = canonicalLocale(qgetenv(variable));
-        if (!canonical.isNull())
-            return canonical;
+        const QByteArray value = qgetenv(variable);
+        if (!value.isEmpty())
+            return value;
     }
-    return QString();
+    return QByteArrayLiteral("C");
+}
+
+// The system's region locale: the locale in force, when it names a region ("de_CH"); null for
+// a bare language, "C", "POSIX" or anything that is not a locale.
+QString systemRegionLocale() {
+    const QString canonical = canonicalLocale(localeInForce());
+    return canonical.mid(3, 2).isEmpty() ? QString() : canonical;
 }
 
 }  // namespace
 
 QStringList System::getPlatformPreferredLocaleList() {
-    QList<QByteArray> settings = qgetenv("LANGUAGE").split(':');
-    for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"})
-        settings.append(qgetenv(variable));
+    // LANGUAGE lists the user's languages in order, but the C library ignores it while the
+    // locale in force is the untranslated "C" or "POSIX"; the locale in force comes after it.
+    const QByteArray inForce = localeInForce();
+    QList<QByteArray> settings;
+    if (inForce != "C" && inForce != "POSIX")
+        settings = qgetenv("LANGUAGE").split(':');
+    settings.append(inForce);
     QStringList list;
     for (const QByteArray& setting : settings) {
         const QString canonical = canonicalLocale(setting);
         if (!canonical.isNull() && !list.contains(canonical))
             list.append(canonical);
     }
+    // The language the application is written in ends every list, so its resources are found
+    // whatever the user prefers.
+    const QString development = QStringLiteral("en");
+    if (!list.contains(development))
+        list.append(development);
     return list;
 }
 
