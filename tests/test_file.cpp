@@ -236,6 +236,8 @@ TEST(CopyAndMove, ReplaceDestinationsAcrossFolders) {
     EXPECT_FALSE(file::move(src, dst));
     EXPECT_FALSE(file::copy(dst, root + "/two/./dst"));
     EXPECT_FALSE(file::move(root + "/two", root + "/two/inner"));
+    EXPECT_FALSE(file::copy(dst, root + "/two"));  // the folder that holds the source
+    EXPECT_FALSE(file::move(dst, root));
     EXPECT_EQ(contentOf(dst), "moved");
 }
 
@@ -392,6 +394,21 @@ TEST(CopyAndMove, CopiesEveryKindOfEntryAsCpArchiveDoes) {
     struct stat a, b;
     ASSERT_EQ(lstat(root + "/dst/file", &a) + lstat(root + "/dst/hard", &b), 0);
     EXPECT_EQ(a.st_ino, b.st_ino);  // a hard link inside the tree stays one
+
+    // A hole stays a hole: 8 MiB of nothing and a tail take a few blocks, not 8 MiB.
+    const QByteArray sparse = root + "/sparse";
+    writeFile(QFile::decodeName(sparse), QByteArray());
+    ASSERT_EQ(truncate(sparse.constData(), 8 << 20), 0);
+    QFile tail(QFile::decodeName(sparse));
+    ASSERT_TRUE(tail.open(QIODevice::Append));
+    tail.write("tail");
+    tail.close();
+    ASSERT_TRUE(file::copy(QFile::decodeName(sparse), QFile::decodeName(root + "/sparse2")));
+    EXPECT_EQ(snapshot(root + "/sparse2"), snapshot(sparse));
+    ASSERT_EQ(lstat(root + "/sparse2", &b), 0);
+    EXPECT_LT(b.st_blocks * 512, 1 << 20);
+    unlink(sparse.constData());
+    unlink(root + "/sparse2");
 
     // Single entries, the pipe and the links included, are copied as what they are.
     for (const char* name : {"/fifo", "/sock", "/link", "/dirlink", "/dangling", "/file"}) {

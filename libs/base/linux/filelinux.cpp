@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
+#include <algorithm>
 #include <map>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -44,12 +45,12 @@ QString entryPath(const QString& path) {
     return parent + name;
 }
 
-// Whether replacing `to` would destroy `from` or recurse into itself: the same entry, or a
-// destination inside a source folder.
+// Whether replacing `to` would destroy `from` or recurse into itself: the same entry, a
+// destination inside a source folder, or a destination folder that holds the source.
 bool overlaps(const QString& from, const QString& to) {
     const QString source = entryPath(from), target = entryPath(to);
-    return !target.isEmpty() &&
-           (target == source || target.startsWith(source + QLatin1Char('/')));
+    return !target.isEmpty() && (target == source || target.startsWith(source + QLatin1Char('/')) ||
+                                 source.startsWith(target + QLatin1Char('/')));
 }
 
 // The folder that holds path (path's trailing slashes ignored).
@@ -199,7 +200,7 @@ private:
                   opened.st_dev == info.st_dev;
         const int out =
             ok ? ::open(to.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600) : -1;
-        ok = out >= 0 && copyData(in, out) && keep(to, out, opened);
+        ok = out >= 0 && copyData(in, out, opened.st_size) && keep(to, out, opened);
         if (out >= 0)
             ok = ::close(out) == 0 && ok;
         ::close(in);
@@ -208,36 +209,62 @@ private:
         return ok;
     }
 
-    static bool copyData(int in, int out) {
-        for (;;) {
-            const ssize_t n = ::copy_file_range(in, nullptr, out, nullptr, size_t(1) << 30, 0);
-            if (n == 0)
-                return true;
-            if (n > 0)
+    // Copies the first `size` bytes. Only the parts that hold data are copied, so holes stay
+    // holes (a sparse disk image stays small), as cp makes them.
+    static bool copyData(int in, int out, off_t size) {
+        for (off_t at = 0; at < size;) {
+            off_t data = ::lseek(in, at, SEEK_DATA);
+            if (data < 0 && errno != ENXIO)
+                data = at;  // the file system does not say: copy everything
+            if (data < 0 || data >= size)
+                break;  // only a hole is left
+            off_t hole = ::lseek(in, data, SEEK_HOLE);
+            if (hole <= data || hole > size)
+                hole = size;
+            if (!copyRange(in, out, data, hole - data))
+                return false;
+            at = hole;
+        }
+        return ::ftruncate(out, size) == 0;
+    }
+
+    // Copies length bytes at offset, in the kernel where it can, else through a buffer.
+    static bool copyRange(int in, int out, off_t offset, off_t length) {
+        loff_t from = offset, to = offset;
+        while (length > 0) {
+            const ssize_t n = ::copy_file_range(in, &from, out, &to, size_t(length), 0);
+            if (n > 0) {
+                length -= n;
                 continue;
+            }
+            if (n == 0)
+                return false;  // the file shrank under us
             if (errno == EINTR)
                 continue;
             if (errno != EXDEV && errno != ENOSYS && errno != EINVAL && errno != EOPNOTSUPP)
                 return false;
-            break;  // no kernel copy between these two: read and write
+            break;  // no kernel copy between these two file systems
         }
         char buffer[65536];
-        for (;;) {
-            const ssize_t n = ::read(in, buffer, sizeof buffer);
-            if (n == 0)
-                return true;
-            if (n < 0) {
-                if (errno == EINTR)
+        while (length > 0) {
+            const size_t chunk = size_t(std::min<off_t>(length, off_t(sizeof buffer)));
+            const ssize_t n = ::pread(in, buffer, chunk, from);
+            if (n <= 0) {
+                if (n < 0 && errno == EINTR)
                     continue;
                 return false;
             }
             for (ssize_t done = 0; done < n;) {
-                const ssize_t w = ::write(out, buffer + done, size_t(n - done));
+                const ssize_t w = ::pwrite(out, buffer + done, size_t(n - done), to + done);
                 if (w < 0 && errno != EINTR)
                     return false;
                 done += w > 0 ? w : 0;
             }
+            from += n;
+            to += n;
+            length -= n;
         }
+        return true;
     }
 
     bool folder(const QByteArray& from, const QByteArray& to, const struct ::stat& info) {
