@@ -93,7 +93,7 @@ per line from standard input.")
 # The -dev package needs the libraries at exactly this version and the -dev packages of what
 # the public headers and the pkg-config files name.
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
-  "${VANTA_DEB_NAME_runtime} (= ${VANTA_DEB_VERSION}), ${VANTA_DEB_NAME_widgets} (= ${VANTA_DEB_VERSION}), qt6-base-dev, libexpat1-dev, libminizip-dev, zlib1g-dev")
+  "${VANTA_DEB_NAME_runtime} (= ${VANTA_DEB_VERSION}), ${VANTA_DEB_NAME_widgets} (= ${VANTA_DEB_VERSION}), qt6-base-dev, libexpat1-dev, libminizip-dev, zlib1g-dev, pkg-config")
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEB_COMPONENT_INSTALL ON)

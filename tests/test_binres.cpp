@@ -119,6 +119,18 @@ TEST(BinRes, RegionEmphasisUsesSavedLocaleAndLowerCase) {
     EXPECT_EQ(found("de_AT", "PNG", "DGLogo"), GetResourceFolder() + "/dglogo.png");
 }
 
+// A language nothing is translated to, or the untranslated "C", still finds the English
+// resources that ship, through the development language at the end of every list.
+TEST(BinRes, UntranslatedLanguagesFallBackToEnglish) {
+    installShipped();
+    std::unique_ptr<QSettings>(VersionInfo::createUserAppSettings())->remove("locale");
+    for (const char* lang : {"it_IT.UTF-8", "C", "POSIX"}) {
+        vantatest::ScopedEnv setting("LANG", lang);
+        EXPECT_EQ(BinRes::GetResourcePathWithRegionEmphasis("png", "welcome"),
+                  GetResourceFolder() + "/en.lproj/welcome.png") << lang;
+    }
+}
+
 TEST(BinRes, ResourceFolderDefaultsToBesideTheExecutable) {
     System::installPath.clear();
     EXPECT_EQ(GetResourceFolder(),

@@ -172,6 +172,9 @@ TEST(Clock, LocalTimeZoneFollowsTz) {
         {"UTC0", 0, 0, 0},
         {"IST-5:30", 0, 5, 30},
         {"NST+5:30", 0, -5, -30},                // UTC-05:30
+        {"XST-0:30", 0, 0, 30},                  // less than an hour east: no hour to carry
+        {"XST+0:30", 0, 0, -30},
+        {"XST-5:00", 0, 5, 0},
         {"XST-1XDT,J1/0,J365/25", 0, 2, 0},      // UTC+01:00 with daylight saving all year
         {"CET-1CEST,M3.5.0,M10.5.0/3", january, 1, 0},
         {"CET-1CEST,M3.5.0,M10.5.0/3", july, 2, 0},

@@ -11,6 +11,9 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <map>
+#include <pthread.h>
+#include <unistd.h>
 
 using namespace vanta;
 using vantatest::ScopedEnv;
@@ -53,12 +56,17 @@ TEST(Locales, PlatformListFromTheEnvironment) {
         const char* expected;
     } rows[] = {
         {{"en:de", nullptr, nullptr, "C.UTF-8"}, "en de"},
-        {{nullptr, nullptr, nullptr, "de_CH.UTF-8@euro"}, "de_CH"},
-        {{"pt-br:fr_FR.ISO-8859-1", nullptr, "fr_FR.UTF-8", "C"}, "pt_BR fr_FR"},
-        {{nullptr, "ja_JP.UTF-8", nullptr, "en_US.UTF-8"}, "ja_JP en_US"},
-        {{"C", "POSIX", "C.UTF-8", "POSIX"}, ""},
-        {{nullptr, nullptr, nullptr, nullptr}, ""},
-        {{"::bad locale!:sr_latn_rs@latin:e", nullptr, nullptr, nullptr}, "sr_Latn_RS"},
+        {{nullptr, nullptr, nullptr, "de_CH.UTF-8@euro"}, "de_CH en"},
+        {{"pt-br:fr_FR.ISO-8859-1", nullptr, "fr_FR.UTF-8", "C"}, "pt_BR fr_FR en"},
+        {{nullptr, "ja_JP.UTF-8", nullptr, "en_US.UTF-8"}, "ja_JP en"},  // LC_ALL hides LANG
+        {{"de:fr", "C", nullptr, "de_DE.UTF-8"}, "en"},  // and "C" hides LANGUAGE too
+        {{"C", "POSIX", "C.UTF-8", "POSIX"}, "en"},
+        {{nullptr, nullptr, nullptr, "C"}, "en"},
+        {{nullptr, nullptr, nullptr, nullptr}, "en"},
+        {{"de:fr", nullptr, nullptr, nullptr}, "en"},  // nothing set is "C"
+        {{"", "", "", "it_IT.UTF-8"}, "it_IT en"},  // empty is unset
+        {{"fr:en:de", nullptr, nullptr, "de.UTF-8"}, "fr en de"},  // no name twice
+        {{"::bad locale!:sr_latn_rs@latin:e", nullptr, nullptr, "C.UTF-8"}, "sr_Latn_RS en"},
     };
     for (const auto& row : rows) {
         ScopedLocaleEnv env(row.env);
@@ -67,7 +75,7 @@ TEST(Locales, PlatformListFromTheEnvironment) {
 }
 
 TEST(Locales, SavedChoiceGoesInFront) {
-    ScopedLocaleEnv env({"en:de", nullptr, nullptr, nullptr});
+    ScopedLocaleEnv env({"en:de", nullptr, nullptr, "C.UTF-8"});
     // No default is inserted, and a duplicate is kept.
     const char* rows[][2] = {{nullptr, "en de"}, {"fr", "fr en de"}, {"de", "de en de"}};
     for (const auto& row : rows) {
@@ -87,6 +95,9 @@ TEST(Locales, RegionEmphasis) {
         {nullptr, "en_AU.UTF-8", "", ""},
         {nullptr, "C.UTF-8", "en", "en"},
         {"de_AT.UTF-8", "en_AU.UTF-8", "de", "de_AT de"},
+        {nullptr, "de.UTF-8", "de en", "de en"},  // a system locale without a region adds none
+        {"C", "de_CH.UTF-8", "de", "de"},         // LC_ALL=C hides LANG's region
+        {"junk!", "de_CH.UTF-8", "de", "de"},
     };
     for (const auto& row : rows) {
         ScopedLocaleEnv env({nullptr, row.lcAll, nullptr, row.lang});
@@ -125,13 +136,23 @@ TEST(Locales, AddressesFollowTheLanguage) {
 namespace {
 
 // A fake xdg-open in a folder of its own, which appends the number of its arguments and the first
-// to xdg-open.log beside it. Returns the folder.
+// to xdg-open.log beside it, and describes itself in xdg-open.report: its process and session
+// ids, blocked and ignored signals (hexadecimal masks) and open descriptors. Returns the folder.
 QString installFakeOpener() {
     const QString bin = vantatest::scratchDir() + "/fakebin";
     QDir().mkpath(bin);
     QFile script(bin + "/xdg-open");
     if (script.open(QIODevice::WriteOnly))
-        script.write("#!/bin/sh\nprintf '%s|%s\\n' \"$#\" \"$1\" >> \"$0.log\"\n");
+        script.write("#!/bin/sh\n"
+                     "printf '%s|%s\\n' \"$#\" \"$1\" >> \"$0.log\"\n"
+                     // Builtins only until the masks are read: while the shell starts a
+                     // command it blocks every signal for a moment.
+                     "while read -r key value; do case $key in Sig???:) echo \"$key $value\";;\n"
+                     "  esac; done < /proc/$$/status > \"$0.$$\"\n"
+                     "read -r stat < /proc/$$/stat; set -- $stat\n"
+                     "{ echo \"pid $1\"; echo \"sid $6\";\n"
+                     "  echo \"fds $(ls /proc/$1/fd | tr '\\n' ' ')\"; } >> \"$0.$1\"\n"
+                     "mv \"$0.$1\" \"$0.report\" 2>/dev/null\n");
     script.close();
     script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     return bin;
@@ -168,6 +189,49 @@ TEST(Browser, OpensWithSpacesEscapedAndRefusesBadAddresses) {
     ScopedEnv nowhere("PATH", (bin + "/nothing-here").toUtf8().constData());
     EXPECT_FALSE(System::LaunchExternalBrowser(QStringLiteral("http://host/")));
     EXPECT_FALSE(sLastLaunchSucceded);
+}
+
+// The opener shares nothing with the caller: it leads a session of its own, and neither a
+// signal the calling thread blocks, one the process ignores, nor a descriptor left open
+// (here both ends of a pipe) reaches it.
+TEST(Browser, OpenerIsDetachedFromTheCaller) {
+    const QString bin = installFakeOpener();
+    ScopedEnv path("PATH", (bin + ":/usr/bin:/bin").toUtf8().constData());
+    QFile::remove(bin + "/xdg-open.report");
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_EQ(dup2(ends[0], 60) + dup2(ends[1], 61), 60 + 61);
+    sigset_t term, old;
+    sigemptyset(&term);
+    sigaddset(&term, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &term, &old);
+    const auto oldUsr2 = std::signal(SIGUSR2, SIG_IGN);
+    const bool launched = System::LaunchExternalBrowser(QStringLiteral("http://h/"));
+    pthread_sigmask(SIG_SETMASK, &old, nullptr);
+    std::signal(SIGUSR2, oldUsr2);
+    for (int fd : {ends[0], ends[1], 60, 61})
+        close(fd);
+    ASSERT_TRUE(launched);
+    QFile report(bin + "/xdg-open.report");
+    ASSERT_TRUE(vantatest::waitUntil([&] { return report.exists(); }));
+    ASSERT_TRUE(report.open(QIODevice::ReadOnly));
+    std::map<QByteArray, QByteArray> facts;
+    for (QByteArray line : report.readAll().split('\n')) {
+        line = line.simplified();  // "SigBlk:\t0000000000004000" -> "SigBlk: 0000000000004000"
+        const int space = line.indexOf(' ');
+        facts[line.left(space).replace(":", "")] = line.mid(space + 1).trimmed();
+    }
+    ASSERT_TRUE(facts.count("SigBlk") && facts.count("SigIgn") && facts.count("sid"));
+    EXPECT_EQ(facts["sid"], facts["pid"]);
+    const qulonglong blocked = facts["SigBlk"].toULongLong(nullptr, 16);
+    const qulonglong ignored = facts["SigIgn"].toULongLong(nullptr, 16);
+    EXPECT_EQ(blocked & (1ull << (SIGTERM - 1)), 0ull) << facts["SigBlk"].constData();
+    EXPECT_EQ(ignored & (1ull << (SIGUSR2 - 1)), 0ull) << facts["SigIgn"].constData();
+    const QList<QByteArray> fds = facts["fds"].split(' ');
+    EXPECT_TRUE(fds.contains("0") && fds.contains("2")) << facts["fds"].constData();
+    for (const QByteArray& fd : {QByteArray::number(ends[0]), QByteArray::number(ends[1]),
+                                 QByteArray("60"), QByteArray("61")})
+        EXPECT_FALSE(fds.contains(fd)) << fd.constData() << " in " << facts["fds"].constData();
 }
 
 // With SIGCHLD ignored the system reaps the opener itself; the thread that would have reaped it

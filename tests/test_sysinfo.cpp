@@ -12,7 +12,11 @@
 
 #include <algorithm>
 #include <iterator>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/utsname.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 using namespace vanta;
 
@@ -108,6 +112,32 @@ TEST(Processor, CountAndClockArePlausible) {
     EXPECT_TRUE(hz == 0.0f || (hz > 1e8f && hz < 1e11f)) << hz;  // 0: the system does not say
 }
 
+// Processors taken off line while the program runs are seen at the next call. The kernel's list
+// of online processors is replaced by a fake in a private mount namespace of a child process.
+TEST(Processor, CountIsAskedAfreshEachTime) {
+    char fake[] = "/tmp/vanta-online-XXXXXX";
+    const int fd = mkstemp(fake);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(write(fd, "0-6\n", 4), 4);
+    close(fd);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        const int before = System::getNumProcessors();
+        if (unshare(CLONE_NEWNS) != 0 ||
+            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount(fake, "/sys/devices/system/cpu/online", nullptr, MS_BIND, nullptr) != 0)
+            _exit(77);
+        _exit(before >= 1 && System::getNumProcessors() == 7 ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    unlink(fake);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 77)
+        GTEST_SKIP() << "cannot replace the online processor list here (no mount namespace)";
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+}
+
 TEST(Memory, SaturationAtTwoGigabytes) {
     const std::pair<long long, int> rows[] = {{0, 0}, {1048575, 0}, {1048576, 1},
         {2147483647LL, 2047}, {2147483648LL, 2047}, {1LL << 40, 2047}, {-1, 2047}};
@@ -142,6 +172,8 @@ TEST(Memory, FiguresFromMeminfoAndVmstat) {
     const QByteArray noAvailable = "MemTotal:        1048576 kB\n";
     EXPECT_EQ(mb(sysinfo::availableMemoryMB(meminfo)), std::pair(512, 2047));
     EXPECT_EQ(mb(sysinfo::availableMemoryMB(noAvailable)), std::pair(2047, 2047));
+    // None available is 0, not a missing figure.
+    EXPECT_EQ(mb(sysinfo::availableMemoryMB("MemAvailable:       0 kB\n")), std::pair(0, 2047));
 
     const struct {
         QByteArray meminfo;

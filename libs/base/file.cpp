@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <unistd.h>
 
 namespace vanta {
 
@@ -27,12 +28,12 @@ constexpr char kProductFolder[] = "/Orvane Vanta";
 constexpr unsigned int kStatusEmptyPath = 0xC0000001u;
 constexpr unsigned int kStatusIoFailed = 0xC0000008u;
 
-// A per-user folder + the product folder, created (one level) when missing. A failed creation
-// is not reported: callers find out when they write.
+// A per-user folder + the product folder, created with every missing parent (a fresh account
+// has no ~/.local/share or ~/.cache yet). A failed creation is not reported: callers find out
+// when they write.
 QString productFolderIn(QStandardPaths::StandardLocation where) {
     const QString path = QStandardPaths::writableLocation(where) + QLatin1String(kProductFolder);
-    if (!QDir(path).exists())
-        QDir().mkdir(path);
+    QDir().mkpath(path);
     return path;
 }
 
@@ -61,10 +62,14 @@ QString System::getMyDocumentsDirectory() {
 }
 
 QString System::getTempDirectory() {
-    QString dir = QDir::tempPath();
-    if (!dir.endsWith(QLatin1Char('/')))
-        dir += QLatin1Char('/');
-    return dir;
+    // TMPDIR counts only when it names a folder we can create files in, by an absolute path:
+    // a relative one would follow the current directory, and a missing one would make every
+    // temporary name unusable. Otherwise /tmp, as the C library and Python fall back to.
+    const QString tmpdir = QDir::cleanPath(QFile::decodeName(qgetenv("TMPDIR")));
+    const QByteArray native = QFile::encodeName(tmpdir);
+    const bool usable = tmpdir.startsWith(QLatin1Char('/')) && tmpdir != QLatin1String("/") &&
+                        QFileInfo(tmpdir).isDir() && ::access(native.constData(), W_OK | X_OK) == 0;
+    return (usable ? tmpdir : QStringLiteral("/tmp")) + QLatin1Char('/');
 }
 
 unsigned int System::makeAbsDirPath(const QString& dir) {

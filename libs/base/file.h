@@ -59,7 +59,10 @@ VANTA_EXPORT void populateFilefuncDef_UTF8(zlib_filefunc_def_s* def);
 /// unzOpen2 / zipOpen2 with those callbacks. The results are minizip's unzFile and zipFile
 /// (close them with unzClose and zipClose); null when the archive cannot be opened.
 VANTA_EXPORT void* unzOpen_UTF8(const char* path);
-/// Opens for writing; append as minizip's zipOpen takes it.
+/// Opens for writing; append as minizip's zipOpen takes it. Other tools read an entry's name as
+/// UTF-8 when it sets general purpose bit 11 and is marked as made on Unix (version made by
+/// (3 << 8) | 20 in zipOpenNewFileInZip4): Info-ZIP's unzip reads the names of entries made
+/// by MS-DOS (0) in the DOS code page whatever the flag says.
 VANTA_EXPORT void* zipOpen_UTF8(const char* path, int append);
 
 }  // namespace vanta

@@ -7,6 +7,7 @@
 #include <QUrl>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -44,28 +45,45 @@ QString canonicalLocale(const QByteArray& setting) {
     return canonical;
 }
 
-// The locale the system formats for: the first of LC_ALL, LC_MESSAGES, LANG that names one.
-QString systemRegionLocale() {
+// The setting of the locale in force for messages, by the C library's precedence: LC_ALL when
+// set, else LC_MESSAGES, else LANG ("C" when none is set; an empty variable counts as unset).
+QByteArray localeInForce() {
     for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
-        const QString canonical = canonicalLocale(qgetenv(variable));
-        if (!canonical.isNull())
-            return canonical;
+        const QByteArray value = qgetenv(variable);
+        if (!value.isEmpty())
+            return value;
     }
-    return QString();
+    return QByteArrayLiteral("C");
+}
+
+// The system's region locale: the locale in force, when it names a region ("de_CH"); null for
+// a bare language, "C", "POSIX" or anything that is not a locale.
+QString systemRegionLocale() {
+    const QString canonical = canonicalLocale(localeInForce());
+    return canonical.mid(3, 2).isEmpty() ? QString() : canonical;
 }
 
 }  // namespace
 
 QStringList System::getPlatformPreferredLocaleList() {
-    QList<QByteArray> settings = qgetenv("LANGUAGE").split(':');
-    for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"})
-        settings.append(qgetenv(variable));
+    // LANGUAGE lists the user's languages in order, but the C library ignores it while the
+    // locale in force is the untranslated "C" or "POSIX"; the locale in force comes after it.
+    const QByteArray inForce = localeInForce();
+    QList<QByteArray> settings;
+    if (inForce != "C" && inForce != "POSIX")
+        settings = qgetenv("LANGUAGE").split(':');
+    settings.append(inForce);
     QStringList list;
     for (const QByteArray& setting : settings) {
         const QString canonical = canonicalLocale(setting);
         if (!canonical.isNull() && !list.contains(canonical))
             list.append(canonical);
     }
+    // The language the application is written in ends every list, so its resources are found
+    // whatever the user prefers.
+    const QString development = QStringLiteral("en");
+    if (!list.contains(development))
+        list.append(development);
     return list;
 }
 
@@ -96,8 +114,27 @@ bool System::LaunchExternalBrowser(const QString& url, bool, bool) {
     QByteArray program("xdg-open");
     QByteArray argument = address.toUtf8();
     char* argv[] = {program.data(), argument.data(), nullptr};
+    // The opener, and the browser it may start, must not share anything with the caller: a
+    // session of its own (a terminal's hang-up or the caller's process group signals do not
+    // reach it), no blocked or ignored signals inherited from the calling thread, and only
+    // the standard descriptors (a pipe end left open in it would keep the caller's reader
+    // waiting for an end of file for as long as the browser runs).
+    posix_spawnattr_t attributes;
+    posix_spawn_file_actions_t actions;
+    sigset_t none, all;
+    sigemptyset(&none);
+    sigfillset(&all);
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes,
+                             POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setsigdefault(&attributes, &all);
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addclosefrom_np(&actions, 3);
     pid_t pid = 0;
-    sLastLaunchSucceded = posix_spawnp(&pid, argv[0], nullptr, nullptr, argv, environ) == 0;
+    sLastLaunchSucceded = posix_spawnp(&pid, argv[0], &actions, &attributes, argv, environ) == 0;
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
     if (sLastLaunchSucceded) {
         // The opener hands the address to the browser and ends; reap it without making the
         // caller wait, so it never lingers as a zombie.

@@ -26,9 +26,8 @@ int System::sleep(int ms) {
 }
 
 int System::getNumProcessors() {
-    // Read once: the count of online processors does not change under a running process here.
-    static const int count = sysinfo::processorCount(sysconf(_SC_NPROCESSORS_ONLN));
-    return count;
+    // Asked afresh each time: processors go on and off line under a running process.
+    return sysinfo::processorCount(sysconf(_SC_NPROCESSORS_ONLN));
 }
 
 // ---- Machine description ----
