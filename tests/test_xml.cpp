@@ -263,8 +263,8 @@ TEST_F(Xml, StopsEntityExpansionAttacks) {
     }
 }
 
-TEST_F(Xml, ReadsCopiesAndFreesVeryDeepDocuments) {
-    constexpr int kDepth = 100000;
+TEST_F(Xml, ReadsCopiesAndFreesDocumentsAsDeepAsTheLimit) {
+    constexpr int kDepth = XmlReader::kMaxDepth;
     XmlReader reader(writeDocument(QByteArray("<a>").repeated(kDepth) + "deep" +
                                    QByteArray("</a>").repeated(kDepth)));
     ASSERT_FALSE(reader.getErrorsOccurred()) << errorOf(reader);
@@ -275,6 +275,43 @@ TEST_F(Xml, ReadsCopiesAndFreesVeryDeepDocuments) {
     EXPECT_EQ(node->getValue(), "deep");
     XmlReader copy(reader);  // deep copy, then both trees freed when the readers go
     EXPECT_EQ(checkLinks(copy.getRootNode()), kDepth);
+
+    // Trees built by hand have no limit: copying and freeing never recurse.
+    XmlNode* root = new XmlNode("a");
+    XmlNode* leaf = root;
+    for (int level = 1; level < 200000; ++level) {
+        XmlNode* child = new XmlNode("a");
+        leaf->addChild(child);
+        leaf = child;
+    }
+    XmlNode* clone = root->cloneHierarchy();
+    ASSERT_NE(clone, nullptr);
+    EXPECT_EQ(checkLinks(clone), 200000);
+    clone->destroySelfAndHierarchy();
+    root->destroySelfAndHierarchy();
+}
+
+TEST_F(Xml, RefusesDocumentsNestedPastTheLimitAtTheFirstElementTooDeep) {
+    // A prolog line, then `depth` elements opened two to a line (column counted from 0), closed,
+    // with text inside; the element past the limit is reported, wherever the file ends.
+    const auto nested = [](int depth) {
+        QByteArray document = "<?xml version=\"1.0\"?>\n";
+        for (int level = 0; level < depth; ++level)
+            document += level % 2 ? "<bb>\n" : "<a>";
+        document += "text";
+        for (int level = depth - 1; level >= 0; --level)
+            document += level % 2 ? "</bb>" : "</a>";
+        return document;
+    };
+    const int limit = XmlReader::kMaxDepth;
+    for (const int depth : {limit + 1, limit + 2, 1000000}) {
+        SCOPED_TRACE(depth);
+        XmlReader reader(writeDocument(nested(depth)));
+        // Element limit + 1 (index limit, even) opens line 2 + limit / 2; its tag ends at 3.
+        EXPECT_EQ(errorOf(reader), QStringLiteral("Parse error: parsing aborted\nat line: %1, "
+                                                  "column: 3").arg(2 + limit / 2).toStdString());
+        EXPECT_EQ(reader.getRootNode(), nullptr);
+    }
 }
 
 TEST_F(Xml, ValuesStayIndependentAndOutliveTheirTree) {

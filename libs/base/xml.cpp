@@ -276,6 +276,10 @@ struct TreeBuilder {
 
     static void XMLCALL startElement(void* userData, const XML_Char* name, const XML_Char**) {
         auto* self = static_cast<TreeBuilder*>(userData);
+        if (self->open.size() >= size_t(XmlReader::kMaxDepth)) {
+            XML_StopParser(self->parser, XML_FALSE);
+            return;
+        }
         self->text.clear();
         Name* elementName = self->elementName(name);
         XmlNode* node = self->arena->make(elementName->text, QString());

@@ -78,9 +78,16 @@ private:
 /// takes the root with takeRootNode (or the reader is destroyed). Documents may be UTF-8,
 /// UTF-16 with a byte order mark, ISO-8859-1 or US-ASCII, as their declaration says. External
 /// entities and external DTDs are never loaded, and expat's protection against entity expansion
-/// attacks stays on. Reading blocks on file input. Not thread-safe.
+/// attacks stays on. Documents nested deeper than kMaxDepth are refused. Reading blocks on file
+/// input. Not thread-safe.
 class XmlReader : public MemoryObject {
 public:
+    /// The deepest nesting a document may have (its root element is level 1); configuration and
+    /// layer files stay far below it. A deeper document is refused with "Parse error: parsing
+    /// aborted\nat line: L, column: C", where the start tag of the first element past the limit
+    /// ends, so that a hostile file costs neither the memory nor the time of an unbounded tree.
+    static constexpr int kMaxDepth = 4096;
+
     /// Reads and parses the file at path. Failures end in getErrorsOccurred() and getErrorText():
     /// "Could not open file \"PATH\"" or "Parse error: MESSAGE\nat line: L, column: C".
     explicit XmlReader(const QString& path);
