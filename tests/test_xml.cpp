@@ -314,6 +314,40 @@ TEST_F(Xml, RefusesDocumentsNestedPastTheLimitAtTheFirstElementTooDeep) {
     }
 }
 
+TEST_F(Xml, RefusesDocumentsWithMoreElementsOrNamesThanTheLimits) {
+    // The root, then empty elements four to a line after the first line, named by name(i).
+    const auto flat = [](int elements, QByteArray (*name)(int)) {
+        QByteArray document = "<r>\n";
+        for (int i = 1; i < elements; ++i)
+            document += "<" + name(i) + "/>" + (i % 4 ? "" : "\n");
+        return document + "</r>";
+    };
+    const auto same = [](int) { return QByteArray("a"); };
+    const auto distinct = [](int i) { return "n" + QByteArray::number(i).rightJustified(5, '0'); };
+    const struct {
+        const char* name;
+        int limit;
+        QByteArray (*elementName)(int);
+        int tagLength;
+    } rows[] = {{"elements", XmlReader::kMaxElements, same, 4},
+                {"distinct names", XmlReader::kMaxNames, distinct, 9}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        XmlReader atLimit(writeDocument(flat(row.limit, row.elementName)));
+        ASSERT_FALSE(atLimit.getErrorsOccurred()) << errorOf(atLimit);
+        EXPECT_EQ(checkLinks(atLimit.getRootNode()), row.limit);
+        // The one past the limit is child number limit: on line 2 + (limit - 1) / 4, its tag
+        // ending after (limit - 1) % 4 + 1 tags.
+        XmlReader past(writeDocument(flat(row.limit + 1, row.elementName)));
+        EXPECT_EQ(errorOf(past),
+                  QStringLiteral("Parse error: parsing aborted\nat line: %1, column: %2")
+                      .arg(2 + (row.limit - 1) / 4)
+                      .arg(row.tagLength * ((row.limit - 1) % 4 + 1))
+                      .toStdString());
+        EXPECT_EQ(past.getRootNode(), nullptr);
+    }
+}
+
 TEST_F(Xml, ValuesStayIndependentAndOutliveTheirTree) {
     // Values of every length around the sizes where storage changes, enough to fill several
     // chunks of shared storage.
