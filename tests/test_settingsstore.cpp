@@ -21,6 +21,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -303,6 +304,28 @@ TEST_F(SettingsStoreTest, TheGuardLivesWithTransientFilesNotBesideTheSettings) {
     ASSERT_TRUE(QDir().mkpath(openToAll + QStringLiteral("/vanta-settings")));
     ASSERT_EQ(::chmod(QFile::encodeName(openToAll + "/vanta-settings").constData(), 0777), 0);
     EXPECT_TRUE(vanta::settingsGuardPath(file).startsWith(temp));
+}
+
+TEST_F(SettingsStoreTest, ALockThatIsNoFileFailsTheSaveAtOnce) {
+    // A pipe would block the store's read of its owner for ever, a folder its removal.
+    const QString lockPath = file + QStringLiteral(".lock");
+    for (const bool pipe : {true, false}) {
+        SCOPED_TRACE(pipe ? "pipe" : "folder");
+        ASSERT_TRUE(pipe ? ::mkfifo(QFile::encodeName(lockPath).constData(), 0600) == 0
+                         : QDir().mkdir(lockPath));
+        QSettings::Status status = QSettings::NoError;
+        EXPECT_LT(timedSave(1, &status), 1000);
+        EXPECT_EQ(status, QSettings::AccessError);
+        EXPECT_EQ(onDisk(), "");
+        EXPECT_TRUE(pipe ? QFileInfo(lockPath).exists() : QFileInfo(lockPath).isDir());
+        if (pipe)
+            QFile::remove(lockPath);
+        else
+            QDir().rmdir(lockPath);
+    }
+    QSettings::Status status = QSettings::FormatError;
+    timedSave(2, &status);
+    EXPECT_EQ(status, QSettings::NoError);
 }
 
 TEST_F(SettingsStoreTest, FailedSaveIsReported) {

@@ -208,6 +208,14 @@ QSettings::Status saveSettings(QSettings& settings,
     const QFileInfo file(path);
     const QString lockPath = path + QStringLiteral(".lock");
 
+    // The store reads a lock file's owner and would wait for ever on a pipe put there, and for
+    // good on a folder; only a regular file can be its lock.
+    struct stat lockInfo;
+    if (::lstat(QFile::encodeName(lockPath).constData(), &lockInfo) == 0 &&
+        !S_ISREG(lockInfo.st_mode)) {
+        logFailure(path, lockPath + QStringLiteral(" is not a regular file"));
+        return QSettings::AccessError;
+    }
     Guard guard(path);
     const bool guarded = guard.isOpen() && guard.take(clock);
     if (guard.isOpen() && !guarded) {
