@@ -174,20 +174,20 @@ TEST_F(MemoryWindowTest, ResetEntryClearsSuppressionWhateverItsValue) {
     }
 }
 
-TEST_F(MemoryWindowTest, EveryWriteClearsAKilledSavesRemnants) {
-    // What a save killed midway leaves: a lock file without an owner (which would stall a plain
-    // save for 30 s) and a temporary never renamed over the file.
+TEST_F(MemoryWindowTest, EveryWriteClearsAKilledSavesLockAndKeepsUserFiles) {
+    // A lock file without an owner, as a save killed midway leaves it (it would stall a plain
+    // save for 30 s), beside a user's file shaped like the store's temporaries.
     const auto plant = [] {
         QDir().mkpath(QFileInfo(gSettingsFile).absolutePath());
         for (const char* suffix : {".lock", ".Ab3dE9"}) {
-            QFile remnant(gSettingsFile + QLatin1String(suffix));
-            if (!remnant.open(QIODevice::WriteOnly))
+            QFile file(gSettingsFile + QLatin1String(suffix));
+            if (!file.open(QIODevice::WriteOnly))
                 return false;
         }
         return true;
     };
     const auto cleared = [] {
-        return !QFile::exists(gSettingsFile + ".lock") && !QFile::exists(gSettingsFile + ".Ab3dE9");
+        return !QFile::exists(gSettingsFile + ".lock") && QFile::exists(gSettingsFile + ".Ab3dE9");
     };
     ASSERT_TRUE(plant());
     EXPECT_EQ(show(tickAndClick1, nullptr, "A"), 1);

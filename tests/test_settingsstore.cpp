@@ -1,32 +1,40 @@
-// Tests of saveSettings: a save after a saver was killed at any moment of its save finishes at
-// once and leaves nothing behind, and a failed save is reported. Also the low-memory message
-// outside a widget application.
+// Tests of saveSettings: no saver, stopped or killed, stalls the next save for long; a killed
+// save leaves nothing behind; nothing else beside the settings is ever removed; a failed save
+// is reported and its value kept. Also the low-memory message outside a widget application.
 #include <vanta/settingsstore_p.h>
 #include <vanta/status.h>
+#include <vanta/system.h>
 #include <vanta/ui/memorywindow.h>
+#include <vanta/versioninfo.h>
 
 #include "testsupport.h"
 
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QSettings>
 
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
+#include <memory>
 #include <thread>
 
 namespace {
 
 // A save stalled by a stale lock takes about 30 s; anything under this bound did not stall.
 constexpr qint64 kNoStallMs = 5000;
+// A save that gives up on a stopped saver does so after kSaveWaitMs, and not much later.
+constexpr qint64 kGiveUpMs = vanta::kSaveWaitMs + 1000;
 
 class SettingsStoreTest : public ::testing::Test {
 protected:
@@ -37,30 +45,30 @@ protected:
         file = dir + QStringLiteral("/app.conf");
     }
 
-    // Saves count under the guard and returns how long it took.
-    qint64 timedSave(int count, QSettings::Status* status = nullptr) {
+    // Saves key = value and returns how long it took.
+    qint64 timedSave(int value, QSettings::Status* status = nullptr,
+                     const QString& key = QStringLiteral("count")) {
         QSettings settings(file, QSettings::IniFormat);
-        settings.setValue(QStringLiteral("count"), count);
         QElapsedTimer timer;
         timer.start();
-        const QSettings::Status s = vanta::saveSettings(settings);
+        const QSettings::Status s =
+            vanta::saveSettings(settings, [&](QSettings& to) { to.setValue(key, value); });
         if (status)
             *status = s;
         return timer.elapsed();
     }
 
-    // The folder's entries other than the settings file and its guard.
+    // The folder's entries other than the settings file.
     QStringList leftovers() const {
-        QStringList names = QDir(dir).entryList(QDir::Files | QDir::Hidden);
+        QStringList names = QDir(dir).entryList(QDir::Files | QDir::Hidden | QDir::System);
         names.removeAll(QStringLiteral("app.conf"));
-        names.removeAll(QStringLiteral("app.conf.guard"));
         return names;
     }
 
-    // count as another process reads it from the disk.
-    QString countOnDisk() const {
+    // key as another process reads it from the disk.
+    QString onDisk(const char* key = "count") const {
         QProcess reader;
-        reader.start(QStringLiteral(VANTA_CHILD_PROCESS), {"read", file, "count"});
+        reader.start(QStringLiteral(VANTA_CHILD_PROCESS), {"read", file, key});
         if (!reader.waitForFinished(10000) || reader.exitCode() != 0)
             return QStringLiteral("<reader failed>");
         return QString::fromUtf8(reader.readAllStandardOutput()).trimmed();
@@ -76,34 +84,53 @@ void plant(const QString& path, const QByteArray& content) {
     f.write(content);
 }
 
-TEST_F(SettingsStoreTest, RemnantsOfAKilledSaveAreClearedWithoutStalling) {
+QByteArray contentOf(const QString& path) {
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
+}
+
+// Files a user keeps beside the settings, some shaped like the store's temporaries.
+const char* const kUserFiles[] = {"app.conf.backup", "app.conf.bak123", "app.conf.orig",
+                                  "app.conf.abcdef", "app.conf.Ab3dE9", "other.conf.Zq81xY"};
+
+TEST_F(SettingsStoreTest, RemnantLocksAreClearedAndUserFilesKept) {
     const struct {
         const char* name;
         QByteArray content;
         bool remnant;
     } rows[] = {
-        {"app.conf.lock", "", true},              // cut off before its owner was written
-        {"app.conf.lock", "garbage", true},       // no process id in it
-        {"app.conf.Ab3dE9", "[General]\n", true}, // a temporary never renamed
-        {"app.conf.zzzzzz", "", true},
-        {"app.conf.abcdefg", "", false},          // not the temporaries' shape
-        {"app.conf.ab-def", "", false},
-        {"other.conf.Ab3dE9", "", false},         // another file's
+        {"app.conf.lock", "", true},         // cut off before its owner was written
+        {"app.conf.lock", "garbage", true},  // no process id in it
+        {"app.conf.Ab3dE9", "[General]\n", false},  // no save of ours made it
+        {"app.conf.backup", "[General]\ncount=1\n", false},
+        {"app.conf.bak123", "", false},
+        {"app.conf.orig", "x", false},
+        {"app.conf.zzzzzz", "", false},
     };
     int count = 0;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        plant(dir + QLatin1Char('/') + QLatin1String(row.name), row.content);
+        const QString path = dir + QLatin1Char('/') + QLatin1String(row.name);
+        plant(path, row.content);
         QSettings::Status status = QSettings::FormatError;
         EXPECT_LT(timedSave(++count, &status), kNoStallMs);
         EXPECT_EQ(status, QSettings::NoError);
-        EXPECT_EQ(countOnDisk(), QString::number(count));
-        EXPECT_EQ(leftovers().contains(QLatin1String(row.name)), !row.remnant);
-        QFile::remove(dir + QLatin1Char('/') + QLatin1String(row.name));
+        EXPECT_EQ(onDisk(), QString::number(count));
+        EXPECT_EQ(QFile::exists(path), !row.remnant);
+        if (!row.remnant) {
+            EXPECT_EQ(contentOf(path), row.content);
+        }
+        QFile::remove(path);
     }
 }
 
-TEST_F(SettingsStoreTest, SaverKilledAtAnyMomentNeverStallsTheNext) {
+TEST_F(SettingsStoreTest, SaverKilledAtAnyMomentNeverStallsTheNextNorTouchesUserFiles) {
+    for (const char* name : kUserFiles)
+        plant(dir + QLatin1Char('/') + QLatin1String(name), name);
+    QStringList userFiles;
+    for (const char* name : kUserFiles)
+        userFiles << QString::fromLatin1(name);
+    userFiles.sort();
     // Kills land at different moments: before, inside and between the saver's saves.
     for (int round = 0; round < 24; ++round) {
         SCOPED_TRACE(round);
@@ -120,20 +147,110 @@ TEST_F(SettingsStoreTest, SaverKilledAtAnyMomentNeverStallsTheNext) {
         QSettings::Status status = QSettings::FormatError;
         EXPECT_LT(timedSave(1000 + round, &status), kNoStallMs);
         EXPECT_EQ(status, QSettings::NoError);
-        EXPECT_EQ(leftovers(), QStringList());
+        QStringList left = leftovers();
+        left.sort();
+        EXPECT_EQ(left, userFiles);
     }
-    EXPECT_EQ(countOnDisk(), QStringLiteral("1023"));
+    EXPECT_EQ(onDisk(), QStringLiteral("1023"));
+    for (const char* name : kUserFiles)
+        EXPECT_EQ(contentOf(dir + QLatin1Char('/') + QLatin1String(name)), QByteArray(name));
 }
 
-TEST_F(SettingsStoreTest, ALiveSaversGuardIsWaitedForThenSavedWithout) {
-    // Another saver holds the guard (a second open file takes its own flock, even in this
-    // process): the remnant is cleared only once the guard is ours, and a guard held past the
-    // wait is saved without, leaving the remnant alone.
+TEST_F(SettingsStoreTest, OnlyTheTemporaryOfAnInterruptedSaveIsRemoved) {
+    plant(dir + QStringLiteral("/app.conf.bak123"), "before");
+    QProcess saver;
+    saver.start(QStringLiteral(VANTA_CHILD_PROCESS), {"crashsave", file});
+    ASSERT_TRUE(saver.waitForFinished(10000));
+    ASSERT_EQ(saver.exitStatus(), QProcess::CrashExit);
+    const QString orphan = dir + QStringLiteral("/app.conf.Qx7Zp2");
+    ASSERT_TRUE(QFile::exists(orphan));
+    // A user's file made after the interrupted save, as one might after a crash.
+    std::this_thread::sleep_for(std::chrono::milliseconds(vanta::kOrphanWindowMs + 300));
+    plant(dir + QStringLiteral("/app.conf.new123"), "after");
+
+    QSettings::Status status = QSettings::FormatError;
+    EXPECT_LT(timedSave(5, &status), kNoStallMs);
+    EXPECT_EQ(status, QSettings::NoError);
+    EXPECT_FALSE(QFile::exists(orphan));
+    EXPECT_EQ(contentOf(dir + QStringLiteral("/app.conf.bak123")), "before");
+    EXPECT_EQ(contentOf(dir + QStringLiteral("/app.conf.new123")), "after");
+    EXPECT_EQ(onDisk(), "5");
+}
+
+TEST_F(SettingsStoreTest, AStoppedLockHolderFailsSavesInTimeAndTheValueStaysInMemory) {
+    // The holder locks the application's own settings, which the first-run check saves to.
+    const QString appFile = std::unique_ptr<QSettings>(VersionInfo::createUserAppSettings())
+                                ->fileName();
+    const QString version = VersionInfo::getAppVersionW();
+    const auto onDiskVersion = [&] {
+        return QSettings(appFile, QSettings::IniFormat).value("currentVersion").toString();
+    };
+    QFile::remove(appFile);
+    ASSERT_TRUE(QDir().mkpath(QFileInfo(appFile).absolutePath()));
+    QProcess holder;
+    holder.start(QStringLiteral(VANTA_CHILD_PROCESS), {"lockwait", appFile});
+    ASSERT_TRUE(holder.waitForReadyRead(10000));
+    ASSERT_EQ(holder.readLine().trimmed(), QByteArray("locked"));
+    ASSERT_EQ(::kill(pid_t(holder.processId()), SIGSTOP), 0);  // as a debugger or a suspend would
+
+    QElapsedTimer timer;
+    timer.start();
+    {
+        QSettings settings(appFile, QSettings::IniFormat);
+        EXPECT_EQ(vanta::saveSettings(settings, [](QSettings& s) { s.setValue("count", 1); }),
+                  QSettings::AccessError);
+        EXPECT_GE(timer.elapsed(), vanta::kSaveWaitMs);
+        EXPECT_LT(timer.elapsed(), kGiveUpMs);
+        EXPECT_FALSE(settings.contains("count"));  // not applied, so nothing is left to flush
+    }
+    // Neither destroying that object nor making and reading another waits on the lock.
+    EXPECT_EQ(onDiskVersion(), QString());
+    EXPECT_LT(timer.elapsed(), kGiveUpMs);
+
+    // Through the library's own caller: the answer and the value are in memory at once.
+    VersionInfo::versionOptions.currentRunVersion.set(QString());
+    timer.restart();
+    EXPECT_TRUE(VersionInfo::isFirstRunNewVersion());
+    EXPECT_LT(timer.elapsed(), kGiveUpMs);
+    EXPECT_EQ(VersionInfo::versionOptions.currentRunVersion.getValue(), version);
+    EXPECT_EQ(onDiskVersion(), QString());
+
+    ::kill(pid_t(holder.processId()), SIGCONT);
+    holder.closeWriteChannel();
+    ASSERT_TRUE(holder.waitForFinished(10000));
+    timer.restart();
+    EXPECT_TRUE(VersionInfo::isFirstRunNewVersion());  // nothing recorded it yet
+    EXPECT_LT(timer.elapsed(), kNoStallMs);
+    EXPECT_EQ(onDiskVersion(), version);
+    EXPECT_FALSE(VersionInfo::isFirstRunNewVersion());
+}
+
+TEST_F(SettingsStoreTest, AStoppedSaverNeverBlocksTheNextForLong) {
+    for (int round = 0; round < 2; ++round) {
+        SCOPED_TRACE(round);
+        QProcess saver;
+        saver.start(QStringLiteral(VANTA_CHILD_PROCESS), {"save", file});
+        ASSERT_TRUE(saver.waitForReadyRead(10000));
+        ASSERT_EQ(::kill(pid_t(saver.processId()), SIGSTOP), 0);
+        QSettings::Status status = QSettings::FormatError;
+        EXPECT_LT(timedSave(round, &status), kGiveUpMs);
+        EXPECT_TRUE(status == QSettings::NoError || status == QSettings::AccessError) << status;
+        saver.kill();  // a stopped process dies of SIGKILL too; the kernel drops its locks
+        ASSERT_TRUE(saver.waitForFinished(10000));
+        EXPECT_LT(timedSave(100 + round, &status), kNoStallMs);
+        EXPECT_EQ(status, QSettings::NoError);
+        EXPECT_EQ(leftovers(), QStringList());
+    }
+    EXPECT_EQ(onDisk(), "101");
+}
+
+TEST_F(SettingsStoreTest, ALiveSaversGuardIsWaitedForWithinTheLimit) {
+    const QString guardPath = vanta::settingsGuardPath(file);
+    ASSERT_FALSE(guardPath.isEmpty());
     for (const bool released : {true, false}) {
         SCOPED_TRACE(released ? "released after 300 ms" : "held throughout");
-        const QString remnant = dir + QStringLiteral("/app.conf.Ab3dE9");
-        plant(remnant, "");
-        const int guard = ::open(QFile::encodeName(file + QStringLiteral(".guard")).constData(),
+        // A second open file takes its own flock, even in this process.
+        const int guard = ::open(QFile::encodeName(guardPath).constData(),
                                  O_RDWR | O_CREAT | O_CLOEXEC, 0600);
         ASSERT_GE(guard, 0);
         ASSERT_EQ(::flock(guard, LOCK_EX), 0);
@@ -144,40 +261,83 @@ TEST_F(SettingsStoreTest, ALiveSaversGuardIsWaitedForThenSavedWithout) {
             }
         });
         QSettings::Status status = QSettings::FormatError;
-        timedSave(released ? 1 : 2, &status);
+        EXPECT_LT(timedSave(released ? 1 : 2, &status), kGiveUpMs);
         holder.join();
         if (!released)
             ::close(guard);
-        EXPECT_EQ(status, QSettings::NoError);
-        EXPECT_EQ(countOnDisk(), released ? "1" : "2");
-        EXPECT_EQ(QFile::exists(remnant), !released);
-        QFile::remove(remnant);
+        EXPECT_EQ(status, released ? QSettings::NoError : QSettings::AccessError);
+        EXPECT_EQ(onDisk(), "1");
     }
 }
 
-TEST_F(SettingsStoreTest, ALockHeldByALiveProcessIsLeftToItsOwner) {
-    QProcess owner;
-    owner.start(QStringLiteral(VANTA_CHILD_PROCESS), {"holdlock", file});
-    ASSERT_TRUE(owner.waitForReadyRead(10000));
-    ASSERT_EQ(owner.readLine().trimmed(), QByteArray("locked"));
+TEST_F(SettingsStoreTest, TheGuardLivesWithTransientFilesNotBesideTheSettings) {
+    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    const QString temp = vanta::System::getTempDirectory();
+    const QString openToAll = vantatest::scratchDir() + QStringLiteral("/shared-runtime");
+    ASSERT_TRUE(QDir().mkpath(openToAll));
+    ASSERT_EQ(::chmod(QFile::encodeName(openToAll).constData(), 0777), 0);
+    const struct {
+        const char* runtimeDir;
+        QString expectedFolder;
+    } rows[] = {
+        {nullptr, runtime + QStringLiteral("/vanta-settings/")},
+        {"", temp + QStringLiteral("vanta-settings-%1/").arg(::geteuid())},
+        {"relative/runtime", temp + QStringLiteral("vanta-settings-%1/").arg(::geteuid())},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.runtimeDir ? row.runtimeDir : "(as set)");
+        std::unique_ptr<vantatest::ScopedEnv> env;
+        if (row.runtimeDir)
+            env = std::make_unique<vantatest::ScopedEnv>("XDG_RUNTIME_DIR",
+                                                         *row.runtimeDir ? row.runtimeDir
+                                                                         : nullptr);
+        QSettings::Status status = QSettings::FormatError;
+        timedSave(1, &status);
+        EXPECT_EQ(status, QSettings::NoError);
+        EXPECT_EQ(leftovers(), QStringList());
+        const QString guard = vanta::settingsGuardPath(file);
+        EXPECT_TRUE(guard.startsWith(row.expectedFolder)) << guard.toStdString();
+        EXPECT_TRUE(QFileInfo::exists(guard)) << guard.toStdString();
+    }
+    // A runtime folder whose guard folder others could enter is not used.
+    vantatest::ScopedEnv env("XDG_RUNTIME_DIR", QFile::encodeName(openToAll).constData());
+    ASSERT_TRUE(QDir().mkpath(openToAll + QStringLiteral("/vanta-settings")));
+    ASSERT_EQ(::chmod(QFile::encodeName(openToAll + "/vanta-settings").constData(), 0777), 0);
+    EXPECT_TRUE(vanta::settingsGuardPath(file).startsWith(temp));
+}
+
+TEST_F(SettingsStoreTest, ALockThatIsNoFileFailsTheSaveAtOnce) {
+    // A pipe would block the store's read of its owner for ever, a folder its removal.
+    const QString lockPath = file + QStringLiteral(".lock");
+    for (const bool pipe : {true, false}) {
+        SCOPED_TRACE(pipe ? "pipe" : "folder");
+        ASSERT_TRUE(pipe ? ::mkfifo(QFile::encodeName(lockPath).constData(), 0600) == 0
+                         : QDir().mkdir(lockPath));
+        QSettings::Status status = QSettings::NoError;
+        EXPECT_LT(timedSave(1, &status), 1000);
+        EXPECT_EQ(status, QSettings::AccessError);
+        EXPECT_EQ(onDisk(), "");
+        EXPECT_TRUE(pipe ? QFileInfo(lockPath).exists() : QFileInfo(lockPath).isDir());
+        if (pipe)
+            QFile::remove(lockPath);
+        else
+            QDir().rmdir(lockPath);
+    }
     QSettings::Status status = QSettings::FormatError;
-    EXPECT_LT(timedSave(7, &status), kNoStallMs);  // the store waits for the owner to finish
-    ASSERT_TRUE(owner.waitForFinished(10000));
-    EXPECT_EQ(owner.readAll().trimmed(), QByteArray("kept"));
+    timedSave(2, &status);
     EXPECT_EQ(status, QSettings::NoError);
-    EXPECT_EQ(countOnDisk(), "7");
 }
 
 TEST_F(SettingsStoreTest, FailedSaveIsReported) {
     // A settings file whose folder is a plain file can be neither created nor written.
     plant(dir + QStringLiteral("/blocked"), "");
     QSettings settings(dir + QStringLiteral("/blocked/app.conf"), QSettings::IniFormat);
-    settings.setValue(QStringLiteral("count"), 1);
     FILE* log = std::tmpfile();
     ASSERT_NE(log, nullptr);
     FILE* const oldLog = vanta::LM_ERROR;
     vanta::LM_ERROR = log;
-    EXPECT_EQ(vanta::saveSettings(settings), QSettings::AccessError);
+    EXPECT_EQ(vanta::saveSettings(settings, [](QSettings& s) { s.setValue("count", 1); }),
+              QSettings::AccessError);
     vanta::LM_ERROR = oldLog;
     char line[512] = {};
     std::rewind(log);

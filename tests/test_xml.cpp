@@ -263,8 +263,8 @@ TEST_F(Xml, StopsEntityExpansionAttacks) {
     }
 }
 
-TEST_F(Xml, ReadsCopiesAndFreesVeryDeepDocuments) {
-    constexpr int kDepth = 100000;
+TEST_F(Xml, ReadsCopiesAndFreesDocumentsAsDeepAsTheLimit) {
+    constexpr int kDepth = XmlReader::kMaxDepth;
     XmlReader reader(writeDocument(QByteArray("<a>").repeated(kDepth) + "deep" +
                                    QByteArray("</a>").repeated(kDepth)));
     ASSERT_FALSE(reader.getErrorsOccurred()) << errorOf(reader);
@@ -275,6 +275,77 @@ TEST_F(Xml, ReadsCopiesAndFreesVeryDeepDocuments) {
     EXPECT_EQ(node->getValue(), "deep");
     XmlReader copy(reader);  // deep copy, then both trees freed when the readers go
     EXPECT_EQ(checkLinks(copy.getRootNode()), kDepth);
+
+    // Trees built by hand have no limit: copying and freeing never recurse.
+    XmlNode* root = new XmlNode("a");
+    XmlNode* leaf = root;
+    for (int level = 1; level < 200000; ++level) {
+        XmlNode* child = new XmlNode("a");
+        leaf->addChild(child);
+        leaf = child;
+    }
+    XmlNode* clone = root->cloneHierarchy();
+    ASSERT_NE(clone, nullptr);
+    EXPECT_EQ(checkLinks(clone), 200000);
+    clone->destroySelfAndHierarchy();
+    root->destroySelfAndHierarchy();
+}
+
+TEST_F(Xml, RefusesDocumentsNestedPastTheLimitAtTheFirstElementTooDeep) {
+    // A prolog line, then `depth` elements opened two to a line (column counted from 0), closed,
+    // with text inside; the element past the limit is reported, wherever the file ends.
+    const auto nested = [](int depth) {
+        QByteArray document = "<?xml version=\"1.0\"?>\n";
+        for (int level = 0; level < depth; ++level)
+            document += level % 2 ? "<bb>\n" : "<a>";
+        document += "text";
+        for (int level = depth - 1; level >= 0; --level)
+            document += level % 2 ? "</bb>" : "</a>";
+        return document;
+    };
+    const int limit = XmlReader::kMaxDepth;
+    for (const int depth : {limit + 1, limit + 2, 1000000}) {
+        SCOPED_TRACE(depth);
+        XmlReader reader(writeDocument(nested(depth)));
+        // Element limit + 1 (index limit, even) opens line 2 + limit / 2; its tag ends at 3.
+        EXPECT_EQ(errorOf(reader), QStringLiteral("Parse error: parsing aborted\nat line: %1, "
+                                                  "column: 3").arg(2 + limit / 2).toStdString());
+        EXPECT_EQ(reader.getRootNode(), nullptr);
+    }
+}
+
+TEST_F(Xml, RefusesDocumentsWithMoreElementsOrNamesThanTheLimits) {
+    // The root, then empty elements four to a line after the first line, named by name(i).
+    const auto flat = [](int elements, QByteArray (*name)(int)) {
+        QByteArray document = "<r>\n";
+        for (int i = 1; i < elements; ++i)
+            document += "<" + name(i) + "/>" + (i % 4 ? "" : "\n");
+        return document + "</r>";
+    };
+    const auto same = [](int) { return QByteArray("a"); };
+    const auto distinct = [](int i) { return "n" + QByteArray::number(i).rightJustified(5, '0'); };
+    const struct {
+        const char* name;
+        int limit;
+        QByteArray (*elementName)(int);
+        int tagLength;
+    } rows[] = {{"elements", XmlReader::kMaxElements, same, 4},
+                {"distinct names", XmlReader::kMaxNames, distinct, 9}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        XmlReader atLimit(writeDocument(flat(row.limit, row.elementName)));
+        ASSERT_FALSE(atLimit.getErrorsOccurred()) << errorOf(atLimit);
+        EXPECT_EQ(checkLinks(atLimit.getRootNode()), row.limit);
+        // The one past the limit is child number limit: on line 2 + (limit - 1) / 4, its tag
+        // ending after (limit - 1) % 4 + 1 tags.
+        XmlReader past(writeDocument(flat(row.limit + 1, row.elementName)));
+        EXPECT_EQ(errorOf(past),
+                  QStringLiteral("Parse error: parsing aborted\nat line: %1, column: %2")
+                      .arg(2 + (row.limit - 1) / 4)
+                      .arg(row.tagLength * ((row.limit - 1) % 4 + 1))
+                      .toStdString());
+        EXPECT_EQ(past.getRootNode(), nullptr);
+    }
 }
 
 TEST_F(Xml, ValuesStayIndependentAndOutliveTheirTree) {

@@ -597,10 +597,26 @@ void DateTime::parseHttpDate(const QString& text) {
     }
 }
 
+namespace {
+
+// The instant a stamp names, in UTC with every field in its range: the zone is taken out, and
+// 24:00:00 and a leap second carry into the next day and minute, so that counting and comparing
+// see the instant rather than the way it was written.
+DateTime instantOf(const DateTime& t) {
+    DateTime u(t);
+    if (u.zoneHours == 0 && u.zoneMinutes == 0 && u.hour < 24 && u.minute < 60 && u.second < 60)
+        return u;
+    addDuration(u, 0, 0, 0, -u.zoneHours, -u.zoneMinutes, 0);
+    u.zoneHours = 0;
+    u.zoneMinutes = 0;
+    return u;
+}
+
+}  // namespace
+
 void DateTime::normalize() {
-    // A UTC stamp in range is already normal; 24:00:00 and a leap second carry into the next
-    // day or minute, so that comparisons see the instant.
-    if (zoneHours == 0 && zoneMinutes == 0 && hour < 24 && minute < 60 && second < 60)
+    // Only a zone moves the clock: a UTC stamp keeps its fields as written.
+    if (zoneHours == 0 && zoneMinutes == 0)
         return;
     addDuration(*this, 0, 0, 0, -zoneHours, -zoneMinutes, 0);
     zoneHours = 0;
@@ -684,8 +700,7 @@ void DateTime::toDuration(const DateTime& other, long long difference) {
 }
 
 long long DateTime::toSeconds() const {
-    DateTime u(*this);
-    u.normalize();
+    const DateTime u = instantOf(*this);
     long long y = wholeYear(u.year);
     long long m = u.month;
     if (m < 1 || m > 12) {
@@ -718,17 +733,13 @@ long long DateTime::toSeconds() const {
 double DateTime::toCurrentTime() const { return double(toSeconds()) - System::getStartTime(); }
 
 bool DateTime::operator==(const DateTime& other) const {
-    DateTime a(*this), b(other);
-    a.normalize();
-    b.normalize();
+    const DateTime a = instantOf(*this), b = instantOf(other);
     return a.year == b.year && a.month == b.month && a.day == b.day && a.hour == b.hour &&
            a.minute == b.minute && a.second == b.second;
 }
 
 bool DateTime::operator>(const DateTime& other) const {
-    DateTime a(*this), b(other);
-    a.normalize();
-    b.normalize();
+    const DateTime a = instantOf(*this), b = instantOf(other);
     if (a.year != b.year)
         return a.year > b.year;
     if (a.month != b.month)

@@ -51,8 +51,10 @@ public:
     /// year becomes kUnsetYear and the fields read before the failure keep their new values.
     void parseHttpDate(const QString& text);
 
-    /// Makes the time stamp UTC: moves the clock by the zone offset and clears the zone.
-    /// 24:00:00 and a leap second become the next day's midnight and the next minute.
+    /// Makes the time stamp UTC: moves the clock by the zone offset and clears the zone. A stamp
+    /// already in UTC is left as it is (T24:00:00Z stays as written); in a zoned stamp, 24:00:00
+    /// and a leap second carry into the next day's midnight and the next minute as the clock
+    /// moves.
     void normalize();
     /// The same instant expressed in the zone hours:minutes (both 0 for UTC).
     void convertToZone(char hours, char minutes);

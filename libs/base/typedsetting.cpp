@@ -20,6 +20,30 @@ void convertFromDouble(QDateTime&, double) {}
 double convertToDouble(const std::pair<int, int>&) { return 0.0; }
 void convertFromDouble(std::pair<int, int>&, double) {}
 
+namespace {
+
+// Whether the stream's 64-bit accumulator wrapped while reading number, the text it took for
+// one integer. It wraps silently, so the digits tell: below 2^63 the stream's result is exact,
+// which holds for up to 18 significant decimal or octal digits, 15 hexadecimal or 62 binary
+// ones; one digit more is far past the int range in every base.
+bool wrapsInStream(QStringView number) {
+    int exactDigits = 18;
+    if (number.startsWith(u'-') || number.startsWith(u'+')) {
+        number = number.mid(1);
+    } else if (number.size() > 1 && number[0] == u'0') {
+        const QChar prefix = number[1].toLower();
+        if (prefix == u'x' || prefix == u'b') {
+            exactDigits = prefix == u'x' ? 15 : 62;
+            number = number.mid(2);
+        }
+    }
+    while (!number.isEmpty() && number[0].digitValue() == 0)
+        number = number.mid(1);
+    return number.size() > exactDigits;
+}
+
+}  // namespace
+
 // ---- Shared by every type ----
 
 template <class T>
@@ -74,21 +98,20 @@ int TypedSetting<bool>::getType() const {
 
 template <>
 void TypedSetting<int>::fromString(const QString& text) {
-    // The toolkit's stream reading: leading blanks skipped, a sign allowed, reading stops at
-    // the first character that is not part of the number, unreadable text gives 0.
-    // A number past the int range saturates, as setVal does.
+    // The toolkit's stream reading: leading blanks skipped, a sign allowed, "0x", "0b" and a
+    // leading 0 choose the base, any Unicode decimal digit counts, reading stops at the first
+    // character that is not part of the number, unreadable text gives 0. A number past the int
+    // range saturates, as setVal does.
     QString copy = text;
     QTextStream stream(&copy, QIODevice::ReadOnly);
     qlonglong wide = 0;
     stream >> wide;
-    // The stream wraps past 64 bits silently; the text it took tells such a number apart.
-    bool fits = true;
-    const QString taken = copy.left(qsizetype(stream.pos())).trimmed();
-    if (stream.status() == QTextStream::Ok)
-        taken.toLongLong(&fits, 0);
-    if (!fits)
-        wide = taken.startsWith(u'-') ? std::numeric_limits<qlonglong>::min()
-                                      : std::numeric_limits<qlonglong>::max();
+    if (stream.status() == QTextStream::Ok) {
+        const QStringView taken = QStringView(copy).left(qsizetype(stream.pos())).trimmed();
+        if (wrapsInStream(taken))
+            wide = taken.startsWith(u'-') ? std::numeric_limits<qlonglong>::min()
+                                          : std::numeric_limits<qlonglong>::max();
+    }
     set(int(std::clamp<qlonglong>(wide, std::numeric_limits<int>::min(),
                                   std::numeric_limits<int>::max())));
 }

@@ -207,8 +207,9 @@ bool VersionInfo::isFirstRunNewVersion() {
         versionOptions.firstRunNewVersion.set(true);
     versionOptions.lastVersion.set(last);
     versionOptions.currentRunVersion.set(running);
-    settings->setValue(QStringLiteral("currentVersion"), running);
-    vanta::saveSettings(*settings);
+    vanta::saveSettings(*settings, [&running](QSettings& s) {
+        s.setValue(QStringLiteral("currentVersion"), running);
+    });
     delete settings;
     return isNew;
 }
@@ -219,8 +220,9 @@ bool VersionInfo::isFirstRunOnThisOS() {
     const bool isNew = settings->value(QStringLiteral("osName")).toString() != current;
     versionOptions.firstRunOnThisOS.set(isNew);
     if (isNew)
-        settings->setValue(QStringLiteral("osName"), current);
-    vanta::saveSettings(*settings);
+        vanta::saveSettings(*settings, [&current](QSettings& s) {
+            s.setValue(QStringLiteral("osName"), current);
+        });
     delete settings;
     return isNew;
 }

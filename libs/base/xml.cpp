@@ -192,6 +192,7 @@ struct TreeBuilder {
     XML_Parser parser = nullptr;
     XmlNodeArena* arena = nullptr;
     int referringEntities = 0;
+    int elements = 0;  // started so far
     XmlNode* root = nullptr;
     std::string text;  // UTF-8 text gathered since the last element event
     ValueChunks values;
@@ -227,10 +228,13 @@ struct TreeBuilder {
         return name[size] == '\0';
     }
 
+    // Null past the document's limit of distinct names.
     Name* lookup(const char* name) {
         key.assign(name);
         auto found = names.find(key);
         if (found == names.end()) {
+            if (names.size() >= size_t(XmlReader::kMaxNames))
+                return nullptr;
             found = names.emplace(key, Name()).first;
             found->second.text = NamePool::instance().name(key);
             found->second.bytes = &found->first;
@@ -238,7 +242,8 @@ struct TreeBuilder {
         return &found->second;
     }
 
-    // The name of an element starting now, under the innermost open element.
+    // The name of an element starting now, under the innermost open element; null past the
+    // limit of distinct names.
     Name* elementName(const char* name) {
         if (open.empty())
             return lookup(name);
@@ -276,9 +281,14 @@ struct TreeBuilder {
 
     static void XMLCALL startElement(void* userData, const XML_Char* name, const XML_Char**) {
         auto* self = static_cast<TreeBuilder*>(userData);
+        if (self->open.size() >= size_t(XmlReader::kMaxDepth) ||
+            ++self->elements > XmlReader::kMaxElements) {
+            XML_StopParser(self->parser, XML_FALSE);
+            return;
+        }
         self->text.clear();
         Name* elementName = self->elementName(name);
-        XmlNode* node = self->arena->make(elementName->text, QString());
+        XmlNode* node = elementName ? self->arena->make(elementName->text, QString()) : nullptr;
         if (!node) {
             XML_StopParser(self->parser, XML_FALSE);
             return;

@@ -79,9 +79,24 @@ private:
 /// takes the root with takeRootNode (or the reader is destroyed). Documents may be UTF-8,
 /// UTF-16 with a byte order mark, ISO-8859-1 or US-ASCII, as their declaration says. External
 /// entities and external DTDs are never loaded, and expat's protection against entity expansion
-/// attacks stays on. Reading blocks on file input. Not thread-safe.
+/// attacks stays on. Documents nested deeper than kMaxDepth, or holding more than kMaxElements
+/// elements or kMaxNames distinct names, are refused. Reading blocks on file input. Not thread-safe.
 class VANTA_EXPORT XmlReader : public MemoryObject {
 public:
+    /// The deepest nesting a document may have (its root element is level 1); configuration and
+    /// layer files stay far below it. A deeper document is refused with "Parse error: parsing
+    /// aborted\nat line: L, column: C", where the start tag of the first element past the limit
+    /// ends, so that a hostile file costs neither the memory nor the time of an unbounded tree.
+    static constexpr int kMaxDepth = 4096;
+    /// The most elements, and the most distinct element names, a document may hold; such files
+    /// hold thousands of elements and a few dozen names. A document with more is refused the
+    /// same way, at the start tag of the first element past the limit. With the depth limit,
+    /// this keeps reading any file of up to 20 MB under a second and under 100 MB beyond the
+    /// file itself (a node costs about 100 bytes; a 20 MB file of empty elements would build
+    /// 500 MB of them, and of distinct names take seconds).
+    static constexpr int kMaxElements = 750000;
+    static constexpr int kMaxNames = 10000;  ///< \copydoc kMaxElements
+
     /// Reads and parses the file at path. Failures end in getErrorsOccurred() and getErrorText():
     /// "Could not open file \"PATH\"" or "Parse error: MESSAGE\nat line: L, column: C".
     explicit XmlReader(const QString& path);

@@ -4,6 +4,10 @@
 //   childprocess read FILE KEY  prints KEY's value from FILE as a comma-separated list
 //   childprocess holdlock FILE  takes the store's lock on FILE, prints "locked", holds it for
 //                                half a second, then prints "kept" if its lock file is still there
+//   childprocess lockwait FILE  takes the store's lock on FILE, prints "locked" and holds it until
+//                                its standard input ends (the suite stops it meanwhile)
+//   childprocess crashsave FILE starts saving FILE, makes a file shaped like the store's
+//                                temporary, as the store would, and is killed (SIGKILL) there
 //   childprocess message        shows the low-memory message without any Qt application object
 //                                and prints the answer code
 //   childprocess pixmap BIN NAME  with install path BIN, extracts the PNG resource NAME under a
@@ -21,6 +25,7 @@
 #include <QThread>
 #include <QString>
 
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 
@@ -30,9 +35,11 @@ int main(int argc, char** argv) {
         // Large enough that a save takes a while, so kills often land inside one.
         const QString filler(64 * 1024, QLatin1Char('x'));
         for (int i = 0;; ++i) {
-            settings.setValue(QStringLiteral("count"), i);
-            settings.setValue(QStringLiteral("filler"), filler + QString::number(i));
-            if (vanta::saveSettings(settings) != QSettings::NoError)
+            const auto change = [&](QSettings& s) {
+                s.setValue(QStringLiteral("count"), i);
+                s.setValue(QStringLiteral("filler"), filler + QString::number(i));
+            };
+            if (vanta::saveSettings(settings, change) != QSettings::NoError)
                 return 1;
             if (i == 0) {
                 std::puts("ready");
@@ -57,6 +64,28 @@ int main(int argc, char** argv) {
         std::puts(QFile::exists(lockPath) ? "kept" : "gone");
         return 0;
     }
+    if (argc == 3 && std::strcmp(argv[1], "lockwait") == 0) {
+        QLockFile lock(QString::fromLocal8Bit(argv[2]) + QStringLiteral(".lock"));
+        if (!lock.tryLock(10000))
+            return 1;
+        std::puts("locked");
+        std::fflush(stdout);
+        while (std::getchar() != EOF) {
+        }
+        return 0;
+    }
+    if (argc == 3 && std::strcmp(argv[1], "crashsave") == 0) {
+        const QString path = QString::fromLocal8Bit(argv[2]);
+        QSettings settings(path, QSettings::IniFormat);
+        vanta::saveSettings(settings, [&path](QSettings&) {
+            QFile temporary(path + QStringLiteral(".Qx7Zp2"));
+            if (temporary.open(QIODevice::WriteOnly))
+                temporary.write("[General]\ncount=");
+            temporary.close();
+            std::raise(SIGKILL);
+        });
+        return 1;
+    }
     if (argc == 2 && std::strcmp(argv[1], "message") == 0) {
         const int code = vanta::MemoryWindow::ShowMemoryMessage(
             nullptr, QStringLiteral("id"), false, QStringLiteral("Caption"), QStringLiteral("Text"),
@@ -72,7 +101,8 @@ int main(int argc, char** argv) {
                     vanta::BinRes::retainedBufferCount());
         return 0;
     }
-    std::fprintf(stderr, "usage: childprocess save FILE | read FILE KEY | holdlock FILE | message"
+    std::fprintf(stderr, "usage: childprocess save FILE | read FILE KEY | holdlock FILE"
+                         " | lockwait FILE | crashsave FILE | message"
                          " | pixmap BIN NAME\n");
     return 2;
 }

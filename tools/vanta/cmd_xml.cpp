@@ -63,7 +63,9 @@ int runDict(const QStringList& args) {
     const bool loaded = dictionary.loadFromString(QString::fromUtf8(file.readAll()));
     QString text;
     dictionary.exportToString(text);
-    std::fputs(text.toUtf8().constData(), stdout);
+    // Written by length: an id or value may hold a NUL byte, which is printed like any other.
+    const QByteArray bytes = text.toUtf8();
+    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout);
     if (!loaded)
         return error(QStringLiteral("a line could not be read; the lines from it on were skipped"));
     return kOk;

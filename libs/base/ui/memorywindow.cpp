@@ -145,8 +145,7 @@ int MemoryWindow::ShowMemoryMessage(QWidget* parent, QString id, bool checked, Q
     mCurrentEntries = settings->value(kEntryListKey).toStringList();
     // Any "resetMessages" entry, even false, asks for the reset: writing it is the request.
     if (settings->contains(kResetKey)) {
-        settings->remove(kResetKey);
-        saveSettings(*settings);
+        saveSettings(*settings, [](QSettings& s) { s.remove(kResetKey); });
         ResetAllValues();
     }
 
@@ -181,8 +180,8 @@ int MemoryWindow::ShowMemoryMessage(QWidget* parent, QString id, bool checked, Q
 
     if (!id.isEmpty() && dialog->checkBox4->isChecked()) {
         mCurrentEntries.append(id);
-        settings->setValue(kEntryListKey, mCurrentEntries);
-        saveSettings(*settings);
+        saveSettings(*settings,
+                     [](QSettings& s) { s.setValue(kEntryListKey, mCurrentEntries); });
     }
 
     const int result = dialog->resultCode;
@@ -194,8 +193,7 @@ int MemoryWindow::ShowMemoryMessage(QWidget* parent, QString id, bool checked, Q
 void MemoryWindow::ResetAllValues() {
     mCurrentEntries.clear();
     std::unique_ptr<QSettings> settings(VersionInfo::createUserAppSettings());
-    settings->remove(kEntryListKey);
-    saveSettings(*settings);
+    saveSettings(*settings, [](QSettings& s) { s.remove(kEntryListKey); });
 }
 
 }  // namespace vanta
