@@ -368,6 +368,7 @@ void makeTree(const QByteArray& root) {
     symlink("sub", root + "/dirlink");
     symlink("nowhere", root + "/dangling");
     symlink("..", root + "/sub/up");  // copied as a link, so the copy never recurses
+    symlink(".", root + "/sub/self");  // a target of one character
     writeFile(QFile::decodeName(root + "/.hidden"), "h");
     if (geteuid() == 0)
         mknod(root + "/null", S_IFCHR | 0666, makedev(1, 3));
