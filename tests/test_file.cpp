@@ -17,6 +17,8 @@
 #include <functional>
 #include <grp.h>
 #include <map>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -94,6 +96,7 @@ TEST(StandardFolders, FollowTheEnvironment) {
     const QString xml = System::makeTempFilePath("xml", "pre");
     EXPECT_TRUE(xml.startsWith(root + "/pre") && xml.endsWith(".xml") && !QFileInfo::exists(xml))
         << xml.toStdString();
+    EXPECT_EQ(QFileInfo(xml).fileName().size(), 3 + 8 + 4);  // "pre", eight letters, ".xml"
     EXPECT_FALSE(QFileInfo(System::makeTempFilePath(QString(), "pre")).fileName().contains('.'));
 }
 
@@ -238,6 +241,14 @@ TEST(CopyAndMove, ReplaceDestinationsAcrossFolders) {
     EXPECT_FALSE(file::move(root + "/two", root + "/two/inner"));
     EXPECT_FALSE(file::copy(dst, root + "/two"));  // the folder that holds the source
     EXPECT_FALSE(file::move(dst, root));
+    // A file named as a folder cannot be moved, and the destination set aside comes back.
+    writeFile(src, "file");
+    EXPECT_FALSE(file::move(src + "/", dst));
+    EXPECT_EQ(contentOf(src) + contentOf(dst), "filemoved");
+    QDir().mkpath(root + "/folder/inner");
+    EXPECT_FALSE(file::move(src, root + "/folder/"));
+    EXPECT_TRUE(QFileInfo(root + "/folder/inner").isDir());
+    EXPECT_EQ(contentOf(src), "file");
     EXPECT_EQ(contentOf(dst), "moved");
 }
 
@@ -357,6 +368,7 @@ void makeTree(const QByteArray& root) {
     symlink("sub", root + "/dirlink");
     symlink("nowhere", root + "/dangling");
     symlink("..", root + "/sub/up");  // copied as a link, so the copy never recurses
+    symlink(".", root + "/sub/self");  // a target of one character
     writeFile(QFile::decodeName(root + "/.hidden"), "h");
     if (geteuid() == 0)
         mknod(root + "/null", S_IFCHR | 0666, makedev(1, 3));
@@ -459,6 +471,48 @@ TEST(CopyAndMove, MovesAcrossFileSystemsKeepLinksModesAndTimes) {
     EXPECT_TRUE(listing(QFile::decodeName(here)).isEmpty()) << listing(QFile::decodeName(here))
                                                                    .join(' ').toStdString();
     QDir(other).removeRecursively();
+}
+
+// A user replacing a tree of their own that holds a read-only folder: the old tree goes
+// entirely, leaving nothing beside the destination.
+TEST(CopyAndMove, ReplacesTreesWithReadOnlyFoldersAsTheirOwner) {
+    const QString here = openFolder(QStringLiteral("/tmp"));
+    ASSERT_FALSE(here.isEmpty());
+    const QByteArray h = QFile::encodeName(here);
+    EXPECT_EQ(inChild([&] {
+        mkdir(h + "/src", 0755);
+        mkdir(h + "/dst", 0755);
+        mkdir(h + "/dst/ro", 0755);
+        const int fd = open(h + "/dst/ro/f", O_CREAT | O_WRONLY, 0644);
+        close(fd);
+        chmod(h + "/dst/ro", 0555);
+        return file::copy(here + "/src", here + "/dst") ? 0 : 1;
+    }, true), 0);
+    EXPECT_EQ(listing(here), QStringList({"dst", "src"}));
+    EXPECT_TRUE(listing(here + "/dst").isEmpty());
+    QDir(here).removeRecursively();
+}
+
+// A full disk: the copy fails and leaves nothing on it; the move leaves its source. The full
+// file system is a 64 KiB tmpfs mounted in a private mount namespace of a child.
+TEST(CopyAndMove, FullDiskLeavesNothingBehind) {
+    const QString root = freshDir(QStringLiteral("full"));
+    const QByteArray small = QFile::encodeName(root + "/small");
+    mkdir(small.constData(), 0755);
+    writeFile(root + "/big", QByteArray(1 << 20, 'x'));
+    const int result = inChild([&] {
+        if (unshare(CLONE_NEWNS) != 0 ||
+            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount("tmpfs", small.constData(), "tmpfs", 0, "size=64k") != 0)
+            return 77;
+        const bool copied = file::copy(root + "/big", root + "/small/big");
+        const bool moved = file::move(root + "/big", root + "/small/big");
+        return !copied && !moved && listing(root + "/small").isEmpty() ? 0 : 1;
+    });
+    if (result == 77)
+        GTEST_SKIP() << "cannot mount a small file system here (no mount namespace)";
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(contentOf(root + "/big"), QByteArray(1 << 20, 'x'));
 }
 
 // What the caller may not do changes nothing: no copy half made, no destination lost, no

@@ -124,10 +124,10 @@ void cleanupPathname(QString& path) {
     if (start >= path.size())
         return;
     const int query = path.indexOf(QLatin1Char('?'), start);
-    const QString segment = query < 0 ? path.mid(start) : path.mid(start, query - start);
+    const QString segment = query == -1 ? path.mid(start) : path.mid(start, query - start);
     const QString cleaned = QDir::cleanPath(segment);
     if (cleaned != segment)
-        path = path.left(start) + cleaned + (query < 0 ? QString() : path.mid(query));
+        path = path.left(start) + cleaned + (query == -1 ? QString() : path.mid(query));
 }
 
 void* readFile(const QString& path, int& size) {
@@ -150,8 +150,7 @@ void* readFile(const QString& path, int& size) {
                 break;
             done += n;
         }
-        if (done < size)
-            std::memset(buffer + done, 0, size_t(size - done));
+        std::memset(buffer + done, 0, size_t(size - done));
     }
     System::close(fd);
     return buffer;

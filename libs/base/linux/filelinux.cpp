@@ -173,7 +173,7 @@ private:
         QByteArray target(int(info.st_size) + 1, '\0');
         for (;;) {
             const ssize_t n = ::readlink(from.constData(), target.data(), size_t(target.size()));
-            if (n < 0)
+            if (n == -1)
                 return false;
             if (n < target.size()) {
                 target.truncate(int(n));
@@ -214,7 +214,7 @@ private:
     static bool copyData(int in, int out, off_t size) {
         for (off_t at = 0; at < size;) {
             off_t data = ::lseek(in, at, SEEK_DATA);
-            if (data < 0 && errno != ENXIO)
+            if (data == -1 && errno != ENXIO)
                 data = at;  // the file system does not say: copy everything
             if (data < 0 || data >= size)
                 break;  // only a hole is left
