@@ -124,3 +124,15 @@ TEST(AsyncMessageBox, TheCoreFindsTheWidgetsLibraryOrLogs) {
             << log.toStdString();
     }
 }
+
+// A program with no Qt application object at all gets the message in the log, and no box.
+TEST(AsyncMessageBox, WithoutAnApplicationTheMessageGoesToTheLog) {
+    QProcess child;
+    child.start(QStringLiteral(VANTA_CHILD_PROCESS), {QStringLiteral("messagebox")});
+    ASSERT_TRUE(child.waitForFinished(60000));
+    const QString log = QString::fromLocal8Bit(child.readAllStandardError());
+    EXPECT_EQ(child.exitStatus(), QProcess::NormalExit) << log.toStdString();
+    EXPECT_EQ(child.readAllStandardOutput().trimmed(), QByteArray("done"));
+    EXPECT_TRUE(log.contains(QStringLiteral("Title: No application"))) << log.toStdString();
+    EXPECT_FALSE(log.contains(QStringLiteral("cannot load"))) << log.toStdString();
+}

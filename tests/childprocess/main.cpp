@@ -13,9 +13,12 @@
 //   childprocess pixmap BIN NAME  with install path BIN, extracts the PNG resource NAME under a
 //                                console application and prints "null" or "image" and the
 //                                number of retained buffers
+//   childprocess messagebox     shows a message box through a timer manager that runs calls at
+//                                once, without any Qt application object, and prints "done"
 #include <vanta/binres.h>
 #include <vanta/settingsstore_p.h>
 #include <vanta/system.h>
+#include <vanta/timer.h>
 #include <vanta/ui/memorywindow.h>
 
 #include <QCoreApplication>
@@ -28,6 +31,18 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+
+namespace {
+
+// Runs every call at once on the calling thread: a program with no Qt application object.
+class ImmediateManager : public vanta::Timer::Manager {
+public:
+    vanta::Timer::Peer* createPeer(vanta::Timer*) override { return nullptr; }
+    void execute(vanta::Timer::SyncMethod& m, bool) override { m.execute(); }
+    void executeAsync(vanta::Timer::SyncMethod& m) override { m.execute(); }
+};
+
+}  // namespace
 
 int main(int argc, char** argv) {
     if (argc == 3 && std::strcmp(argv[1], "save") == 0) {
@@ -101,8 +116,15 @@ int main(int argc, char** argv) {
                     vanta::BinRes::retainedBufferCount());
         return 0;
     }
+    if (argc == 2 && std::strcmp(argv[1], "messagebox") == 0) {
+        ImmediateManager manager;
+        vanta::System::AsyncMessageBox(vanta::System::kMessageWarning, QStringLiteral("Title"),
+                                       QStringLiteral("No application"));
+        std::puts("done");
+        return 0;
+    }
     std::fprintf(stderr, "usage: childprocess save FILE | read FILE KEY | holdlock FILE"
                          " | lockwait FILE | crashsave FILE | message"
-                         " | pixmap BIN NAME\n");
+                         " | pixmap BIN NAME | messagebox\n");
     return 2;
 }
