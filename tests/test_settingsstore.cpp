@@ -328,6 +328,27 @@ TEST_F(SettingsStoreTest, ALockThatIsNoFileFailsTheSaveAtOnce) {
     EXPECT_EQ(status, QSettings::NoError);
 }
 
+TEST_F(SettingsStoreTest, AWriteCutShortByAFullDiskLeavesTheFileAsItWas) {
+    // The store renames a temporary it could not write whole into place and reports success.
+    for (const bool existed : {true, false}) {
+        SCOPED_TRACE(existed ? "over a file" : "no file before");
+        QFile::remove(file);
+        if (existed)
+            plant(file, "[General]\ncount=7\n");
+        QProcess saver;
+        saver.start(QStringLiteral(VANTA_CHILD_PROCESS), {"fullsave", file});
+        ASSERT_TRUE(saver.waitForFinished(10000));
+        EXPECT_EQ(saver.readAllStandardOutput().trimmed(),
+                  QByteArray::number(int(QSettings::AccessError)));
+        if (existed) {
+            EXPECT_EQ(contentOf(file), "[General]\ncount=7\n");
+        } else {
+            EXPECT_FALSE(QFile::exists(file));
+        }
+        EXPECT_EQ(leftovers(), QStringList());
+    }
+}
+
 TEST_F(SettingsStoreTest, FailedSaveIsReported) {
     // A settings file whose folder is a plain file can be neither created nor written.
     plant(dir + QStringLiteral("/blocked"), "");

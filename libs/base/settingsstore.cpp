@@ -4,6 +4,7 @@
 #include <vanta/status.h>
 #include <vanta/system.h>
 
+#include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QDateTime>
 #include <QDir>
@@ -11,9 +12,11 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QLockFile>
+#include <QRandomGenerator>
 #include <QRegularExpression>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -176,6 +179,62 @@ bool waitForStoreLock(QLockFile& lock, const QElapsedTimer& clock) {
     return true;
 }
 
+// A second name beside the file for the file as it is before a write ("<file>.XXXXXX", so that
+// the record removes it should this saver be killed before it does). The store does not notice
+// a write that a full disk cut short and renames the truncated file into place; the save then
+// puts this one back. Empty when the file does not exist or cannot be linked.
+QString linkPrevious(const QString& path) {
+    const QByteArray target = QFile::encodeName(path);
+    static const char kLetters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+    for (int attempt = 0; attempt < 16; ++attempt) {
+        QByteArray name = target + '.';
+        for (int i = 0; i < 6; ++i)
+            name += kLetters[QRandomGenerator::global()->bounded(int(sizeof kLetters - 1))];
+        if (::link(target.constData(), name.constData()) == 0)
+            return QFile::decodeName(name);
+        if (errno != EEXIST)
+            break;
+    }
+    return QString();
+}
+
+// Whether the file holds the whole of what the store wrote: each entry ends its line, so a
+// file cut short ends within a line or lacks keys, which a reader of its own (on a copy in
+// folder, under a name never used before, since the store keeps what it read of each file name
+// for the life of the process) finds missing.
+bool writtenWhole(QSettings& settings, const QString& folder) {
+    static std::atomic<int> counter{0};
+    const QString copy = QStringLiteral("%1/check.%2.%3.conf")
+                             .arg(folder)
+                             .arg(QCoreApplication::applicationPid())
+                             .arg(counter++);
+    QFile::remove(copy);
+    if (!QFile::copy(settings.fileName(), copy))
+        return true;  // no room to check in: nothing is known to be wrong
+    QFile written(copy);
+    bool whole = written.open(QIODevice::ReadOnly) &&
+                 (written.size() == 0 || (written.seek(written.size() - 1) &&
+                                          written.read(1) == QByteArray("\n")));
+    written.close();
+    if (whole) {
+        const QSettings disk(copy, QSettings::IniFormat);
+        const bool fallbacks = settings.fallbacksEnabled();
+        const QString group = settings.group();
+        settings.setFallbacksEnabled(false);
+        while (!settings.group().isEmpty())
+            settings.endGroup();
+        QStringList expected = settings.allKeys(), found = disk.allKeys();
+        expected.sort();
+        found.sort();
+        whole = expected == found;
+        if (!group.isEmpty())
+            settings.beginGroup(group);
+        settings.setFallbacksEnabled(fallbacks);
+    }
+    QFile::remove(copy);
+    return whole;
+}
+
 void logFailure(const QString& path, const QString& reason) {
     ErrorLog(LM_ERROR, QStringLiteral("settings not saved to %1 (%2)\n").arg(path, reason));
 }
@@ -238,14 +297,29 @@ QSettings::Status saveSettings(QSettings& settings,
         guard.setRecord(record);
     }
 
+    const bool existed = QFileInfo::exists(path);
+    const QString previous = guarded ? linkPrevious(path) : QString();
     change(settings);
     settings.sync();
-    const QSettings::Status status = settings.status();
-    if (guarded)
-        guard.setRecord(QByteArray());
-    if (status != QSettings::NoError)
+    QSettings::Status status = settings.status();
+    if (status != QSettings::NoError) {
         logFailure(path, status == QSettings::AccessError ? QStringLiteral("access error")
                                                           : QStringLiteral("format error"));
+    } else if (guarded && (existed == !previous.isEmpty()) &&
+               !writtenWhole(settings, QFileInfo(settingsGuardPath(path)).absolutePath())) {
+        // The file as it was (or none) is better than a part of the new one.
+        if (existed)
+            ::rename(QFile::encodeName(previous).constData(), QFile::encodeName(path).constData());
+        else
+            QFile::remove(path);
+        logFailure(path, QStringLiteral("written incompletely, is the disk full? The file is "
+                                        "left as it was"));
+        status = QSettings::AccessError;
+    }
+    if (!previous.isEmpty())
+        QFile::remove(previous);
+    if (guarded)
+        guard.setRecord(QByteArray());
     return status;
 }
 

@@ -8,6 +8,8 @@
 //                                its standard input ends (the suite stops it meanwhile)
 //   childprocess crashsave FILE starts saving FILE, makes a file shaped like the store's
 //                                temporary, as the store would, and is killed (SIGKILL) there
+//   childprocess fullsave FILE  saves 64 KiB to FILE with files limited to 16 KiB, as on a
+//                                full disk, and prints the status
 //   childprocess message        shows the low-memory message without any Qt application object
 //                                and prints the answer code
 //   childprocess pixmap BIN NAME  with install path BIN, extracts the PNG resource NAME under a
@@ -31,6 +33,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <sys/resource.h>
 
 namespace {
 
@@ -101,6 +104,21 @@ int main(int argc, char** argv) {
         });
         return 1;
     }
+    if (argc == 3 && std::strcmp(argv[1], "fullsave") == 0) {
+        // Files may grow to 16 KiB only, so the 64 KiB save is cut short as on a full disk.
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{16 * 1024, 16 * 1024};
+        if (setrlimit(RLIMIT_FSIZE, &limit) != 0)
+            return 2;
+        QSettings settings(QString::fromLocal8Bit(argv[2]), QSettings::IniFormat);
+        const QString filler(64 * 1024, QLatin1Char('x'));
+        const QSettings::Status status = vanta::saveSettings(settings, [&](QSettings& s) {
+            s.setValue(QStringLiteral("count"), 8);
+            s.setValue(QStringLiteral("filler"), filler);
+        });
+        std::printf("%d\n", int(status));
+        return 0;
+    }
     if (argc == 2 && std::strcmp(argv[1], "message") == 0) {
         const int code = vanta::MemoryWindow::ShowMemoryMessage(
             nullptr, QStringLiteral("id"), false, QStringLiteral("Caption"), QStringLiteral("Text"),
@@ -124,7 +142,7 @@ int main(int argc, char** argv) {
         return 0;
     }
     std::fprintf(stderr, "usage: childprocess save FILE | read FILE KEY | holdlock FILE"
-                         " | lockwait FILE | crashsave FILE | message"
+                         " | lockwait FILE | crashsave FILE | fullsave FILE | message"
                          " | pixmap BIN NAME | messagebox\n");
     return 2;
 }
