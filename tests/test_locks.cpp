@@ -89,9 +89,30 @@ TEST(SpinLock, TimedLockGivesUpAfterItsTimeOrTakesALockReleasedInTime) {
     EXPECT_EQ(late.load(), 0);
 }
 
-TEST(SpinLock, APollingWaiterTakesALockReleasedWhileItPolls) {
-    // The waiter's budget of polls lasts seconds even on the fastest processor, so it is still
-    // polling when the lock is released: it must take the lock then, not once the budget is spent.
+TEST(SpinLock, ATimeOutHoldsFromTheFirstPollWhateverTheSpinCount) {
+    // Four billion polls last well over a second on any processor: the deadline must end the
+    // polling, not the budget. The bound is generous, for a loaded machine.
+    SpinLock lock(4000000000ul);
+    ASSERT_EQ(lock.lock(), 0);
+    for (unsigned int timeoutMs : {0u, 1u, 50u}) {
+        int result = 0;
+        long waited = 0;
+        onOtherThread([&] {
+            const auto start = Clock::now();
+            result = lock.lock(timeoutMs);
+            waited = msSince(start);
+        });
+        EXPECT_EQ(result, -1) << "time-out " << timeoutMs;
+        EXPECT_GE(waited, long(timeoutMs) - 1) << "time-out " << timeoutMs;
+        EXPECT_LT(waited, long(timeoutMs) + 1000) << "time-out " << timeoutMs;
+    }
+    EXPECT_EQ(lock.depth(), 1) << "a waiter that timed out changes nothing";
+    EXPECT_EQ(lock.unlock(), 0);
+}
+
+TEST(SpinLock, AWaiterWithAHugeSpinCountTakesALockReleasedLater) {
+    // The waiter may stop polling long before the release; it must still take the lock then,
+    // not sleep on or spend its budget first.
     SpinLock lock(4000000000ul);
     std::atomic<int> stage{0};
     std::atomic<bool> taken{false};

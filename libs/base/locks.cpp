@@ -4,6 +4,8 @@
 #include "locks_p.h"
 #include "system.h"
 
+#include <algorithm>
+
 namespace vanta {
 
 namespace lockdetail {
@@ -16,19 +18,59 @@ inline const void* self() { return lockdetail::callerIdentity(); }
 
 }  // namespace
 
-bool lockdetail::CriticalRegion::enterContended(unsigned int durationMs, uint32_t spinCount) {
-    for (uint32_t i = 0; i < spinCount; ++i) {
-        futex::relax();
+namespace {
+
+// The longest a waiter polls before it sleeps, whatever its spin count. Polling pays only when
+// the owner lets go sooner than going to sleep and being woken would take (several microseconds);
+// past that it only keeps a processor from the owner, who may be waiting for one.
+constexpr int64_t kMaxSpinNs = 2000;
+// Pauses between two polls double up to this many, so a waiter reads the shared line less often
+// and leaves the owner's release and re-lock uncontested.
+constexpr uint32_t kMaxPauses = 16;
+
+}  // namespace
+
+bool lockdetail::CriticalRegion::spin(uint32_t spinCount, int64_t endNs) {
+    // Sleepers mean the lock already passes through the kernel: a poller would only race the
+    // thread being woken. And one poller is enough: on a machine with few processors a second
+    // one would take the processor the owner needs to finish.
+    if (mWord.load(std::memory_order_relaxed) == 2 ||
+        mSpinning.exchange(true, std::memory_order_relaxed))
+        return false;
+    bool entered = false;
+    uint32_t pauses = 1;
+    for (uint64_t spent = 0; spent < spinCount; spent += pauses) {
+        for (uint32_t i = 0; i < pauses; ++i)
+            futex::relax();
+        const uint32_t word = mWord.load(std::memory_order_relaxed);
         uint32_t expected = 0;
-        if (mWord.load(std::memory_order_relaxed) == 0 &&
-            mWord.compare_exchange_weak(expected, 1, std::memory_order_acquire,
-                                        std::memory_order_relaxed))
-            return true;
+        if (word == 0 && mWord.compare_exchange_strong(expected, 1, std::memory_order_acquire,
+                                                       std::memory_order_relaxed)) {
+            entered = true;
+            break;
+        }
+        if (word == 2 || futex::nowNs() >= endNs)
+            break;
+        if (pauses < kMaxPauses)
+            pauses *= 2;
     }
-    timespec deadline{};
+    mSpinning.store(false, std::memory_order_relaxed);
+    return entered;
+}
+
+bool lockdetail::CriticalRegion::enterContended(unsigned int durationMs, uint32_t spinCount) {
+    // The deadline is taken before the first poll, so polling counts against the time-out.
     const bool limited = durationMs != kForever;
+    timespec deadline{};
     if (limited)
         deadline = futex::deadlineAfter(durationMs);
+    if (spinCount != 0) {
+        int64_t endNs = futex::nowNs() + kMaxSpinNs;
+        if (limited)
+            endNs = std::min(endNs, futex::toNs(deadline));
+        if (spin(spinCount, endNs))
+            return true;
+    }
     // Mark the word contended so the holder wakes a sleeper on exit.
     while (mWord.exchange(2, std::memory_order_acquire) != 0) {
         if (limited && futex::passed(deadline))
