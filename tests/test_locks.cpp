@@ -8,9 +8,13 @@
 
 #include <pthread.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <fstream>
+#include <iterator>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -29,6 +33,15 @@ int tryFromOtherThread(SpinLock& lock) {
             lock.unlock();
     });
     return result;
+}
+
+// The scheduler state of one of this process's threads, as the kernel reports it: 'R' while it
+// runs or could run (a busy-polling thread), 'S' while it sleeps in a system call.
+char threadState(pid_t tid) {
+    std::ifstream stat("/proc/self/task/" + std::to_string(tid) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+    const auto end = text.rfind(')');  // the thread's name may hold any character
+    return end == std::string::npos || end + 2 >= text.size() ? '?' : text[end + 2];
 }
 
 }  // namespace
@@ -108,6 +121,27 @@ TEST(SpinLock, ATimeOutHoldsFromTheFirstPollWhateverTheSpinCount) {
     }
     EXPECT_EQ(lock.depth(), 1) << "a waiter that timed out changes nothing";
     EXPECT_EQ(lock.unlock(), 0);
+}
+
+TEST(SpinLock, AWaiterWithAHugeSpinCountSoonSleepsInsteadOfPolling) {
+    // Four billion polls would keep the waiter running for well over the ten seconds the
+    // kernel is given here to report it asleep.
+    SpinLock lock(4000000000ul);
+    ASSERT_EQ(lock.lock(), 0);
+    std::atomic<pid_t> tid{0};
+    std::atomic<int> result{1};
+    std::thread waiter([&] {
+        tid = gettid();
+        result = lock.lock();
+        if (result == 0)
+            lock.unlock();
+    });
+    ASSERT_TRUE(waitUntil([&] { return tid.load() != 0; }));
+    const bool asleep = waitUntil([&] { return threadState(tid) == 'S'; });
+    lock.unlock();
+    waiter.join();
+    EXPECT_TRUE(asleep) << "the waiter was still polling";
+    EXPECT_EQ(result.load(), 0);
 }
 
 TEST(SpinLock, AWaiterWithAHugeSpinCountTakesALockReleasedLater) {

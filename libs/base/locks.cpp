@@ -4,8 +4,6 @@
 #include "locks_p.h"
 #include "system.h"
 
-#include <algorithm>
-
 namespace vanta {
 
 namespace lockdetail {
@@ -59,18 +57,14 @@ bool lockdetail::CriticalRegion::spin(uint32_t spinCount, int64_t endNs) {
 }
 
 bool lockdetail::CriticalRegion::enterContended(unsigned int durationMs, uint32_t spinCount) {
-    // The deadline is taken before the first poll, so polling counts against the time-out.
+    // The deadline is taken before the first poll, so polling counts against the time-out. The
+    // polling itself ends long before any deadline of a millisecond or more.
     const bool limited = durationMs != kForever;
     timespec deadline{};
     if (limited)
         deadline = futex::deadlineAfter(durationMs);
-    if (spinCount != 0) {
-        int64_t endNs = futex::nowNs() + kMaxSpinNs;
-        if (limited)
-            endNs = std::min(endNs, futex::toNs(deadline));
-        if (spin(spinCount, endNs))
-            return true;
-    }
+    if (spinCount != 0 && spin(spinCount, futex::nowNs() + kMaxSpinNs))
+        return true;
     // Mark the word contended so the holder wakes a sleeper on exit.
     while (mWord.exchange(2, std::memory_order_acquire) != 0) {
         if (limited && futex::passed(deadline))

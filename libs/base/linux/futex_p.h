@@ -30,13 +30,11 @@ inline timespec deadlineAfter(unsigned long ms) {
     return t;
 }
 
-inline int64_t toNs(const timespec& t) { return int64_t(t.tv_sec) * 1000000000 + t.tv_nsec; }
-
 // The monotonic clock in nanoseconds.
 inline int64_t nowNs() {
     timespec t;
     clock_gettime(CLOCK_MONOTONIC, &t);
-    return toNs(t);
+    return int64_t(t.tv_sec) * 1000000000 + t.tv_nsec;
 }
 
 inline bool passed(const timespec& deadline) {
