@@ -31,8 +31,9 @@ constexpr uint32_t kMaxPauses = 16;
 bool lockdetail::CriticalRegion::spin(uint32_t spinCount, int64_t endNs) {
     // Sleepers mean the lock already passes through the kernel: a poller would only race the
     // thread being woken. And one poller is enough: on a machine with few processors a second
-    // one would take the processor the owner needs to finish.
-    if (mWord.load(std::memory_order_relaxed) == 2 ||
+    // one would take the processor the owner needs to finish. (The flag is read before it is
+    // claimed, so waiters that find a poller leave the lock's line shared.)
+    if (mWord.load(std::memory_order_relaxed) == 2 || mSpinning.load(std::memory_order_relaxed) ||
         mSpinning.exchange(true, std::memory_order_relaxed))
         return false;
     bool entered = false;
