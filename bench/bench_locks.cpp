@@ -81,8 +81,8 @@ BENCHMARK(nestedRecursiveMutex)->Name("nested/std::recursive_mutex");
 // least run of a contended row is the one in which other programs kept the threads from ever
 // running at the same time, which measures no contention at all.
 
-constexpr long kContendedOps = 2000000;
-constexpr int kRounds = 15;
+constexpr long kContendedOps = 1000000;
+constexpr int kRounds = 31;
 constexpr int kContendedThreads[] = {2, 4, 8, 16};
 constexpr unsigned long kContendedSpins[] = {0, 4000};
 
