@@ -189,18 +189,27 @@ TEST(SpinLock, StealAndForceUnlockTakeOverALockLeftByAnExitedThread) {
     EXPECT_EQ(tryFromOtherThread(lock), 0);
 }
 
-TEST(SpinLock, RecursiveIncrementsFromManyThreadsAreExact) {
-    for (unsigned long spin : {0ul, 100ul}) {
+TEST(SpinLock, OneThreadAtATimeHoldsTheLockWhetherItsWaitersSleepOrPoll) {
+    // Waiters that poll take the lock the moment it is released, racing an owner that takes it
+    // straight back: the lock must never let two in. Occupancy is counted on entry, which sees
+    // any overlap, not only one that loses an increment.
+    for (unsigned long spin : {0ul, 100ul, 4000ul}) {
         SpinLock lock(spin);
         long counter = 0;
-        runThreads(8, [&](int) {
-            for (int n = 0; n < 20000; ++n) {
+        std::atomic<int> occupants{0};
+        std::atomic<bool> overlapped{false};
+        runThreads(4, [&](int) {
+            for (int n = 0; n < 100000; ++n) {
                 CSMutex outer(lock);
                 CSMutex inner(lock);
+                if (occupants.fetch_add(1, std::memory_order_relaxed) != 0)
+                    overlapped = true;
                 ++counter;
+                occupants.fetch_sub(1, std::memory_order_relaxed);
             }
         });
-        EXPECT_EQ(counter, 8 * 20000) << "spin count " << spin;
+        EXPECT_FALSE(overlapped.load()) << "spin count " << spin;
+        EXPECT_EQ(counter, 4 * 100000) << "spin count " << spin;
     }
 }
 

@@ -26,53 +26,56 @@ constexpr int64_t kMaxSpinNs = 2000;
 // and leaves the owner's release and re-lock uncontested.
 constexpr uint32_t kMaxPauses = 16;
 
+// Sleeps on a region's word until it is entered (true) or the deadline passes (false; null: no
+// deadline). The word is marked contended so the holder wakes a sleeper on exit.
+bool sleepUntilEntered(std::atomic<uint32_t>& word, const timespec* deadline) {
+    while (word.exchange(2, std::memory_order_acquire) != 0) {
+        if (deadline && futex::passed(*deadline))
+            return false;
+        futex::wait(word, 2, deadline);
+    }
+    return true;
+}
+
 }  // namespace
 
 bool lockdetail::CriticalRegion::spin(uint32_t spinCount, int64_t endNs) {
-    // Sleepers mean the lock already passes through the kernel: a poller would only race the
-    // thread being woken. And one poller is enough: on a machine with few processors a second
-    // one would take the processor the owner needs to finish. (The flag is read before it is
-    // claimed, so waiters that find a poller leave the lock's line shared.)
-    if (mWord.load(std::memory_order_relaxed) == 2 || mSpinning.load(std::memory_order_relaxed) ||
-        mSpinning.exchange(true, std::memory_order_relaxed))
-        return false;
-    bool entered = false;
     uint32_t pauses = 1;
     for (uint64_t spent = 0; spent < spinCount; spent += pauses) {
         for (uint32_t i = 0; i < pauses; ++i)
             futex::relax();
         const uint32_t word = mWord.load(std::memory_order_relaxed);
-        uint32_t expected = 0;
-        if (word == 0 && mWord.compare_exchange_strong(expected, 1, std::memory_order_acquire,
-                                                       std::memory_order_relaxed)) {
-            entered = true;
-            break;
-        }
+        if (word == 0 && tryEnter())
+            return true;
+        // A waiter that arrived meanwhile went to sleep: the lock passes through the kernel now,
+        // and this poller would only race the thread to be woken.
         if (word == 2 || futex::nowNs() >= endNs)
-            break;
+            return false;
         if (pauses < kMaxPauses)
             pauses *= 2;
     }
-    mSpinning.store(false, std::memory_order_relaxed);
-    return entered;
+    return false;
 }
 
 bool lockdetail::CriticalRegion::enterContended(unsigned int durationMs, uint32_t spinCount) {
     // The deadline is taken before the first poll, so polling counts against the time-out. The
     // polling itself ends long before any deadline of a millisecond or more.
-    const bool limited = durationMs != kForever;
     timespec deadline{};
-    if (limited)
+    const timespec* limit = nullptr;
+    if (durationMs != kForever) {
         deadline = futex::deadlineAfter(durationMs);
-    if (spinCount != 0 && spin(spinCount, futex::nowNs() + kMaxSpinNs))
-        return true;
-    // Mark the word contended so the holder wakes a sleeper on exit.
-    while (mWord.exchange(2, std::memory_order_acquire) != 0) {
-        if (limited && futex::passed(deadline))
-            return false;
-        futex::wait(mWord, 2, limited ? &deadline : nullptr);
+        limit = &deadline;
     }
-    return true;
+    if (spinCount == 0)
+        return sleepUntilEntered(mWord, limit);
+    // Only a lock's one waiter polls: the owner and the poller then need two processors, and
+    // with more waiters than that the owner is likely not running, or the lock passes through
+    // the kernel anyway. Waiters are counted until they leave, asleep or not.
+    const bool alone = mWaiters.fetch_add(1, std::memory_order_relaxed) == 0;
+    const bool entered = (alone && spin(spinCount, futex::nowNs() + kMaxSpinNs)) ||
+                         sleepUntilEntered(mWord, limit);
+    mWaiters.fetch_sub(1, std::memory_order_relaxed);
+    return entered;
 }
 
 void lockdetail::CriticalRegion::wakeOne() { futex::wake(mWord, 1); }
