@@ -1,5 +1,6 @@
 // Tests of SpinLock, CSMutex, the process-wide locks, TestThenAdd and System::sleep.
 #include <vanta/locks.h>
+#include <vanta/locks_p.h>
 #include <vanta/system.h>
 
 #include "threadsupport.h"
@@ -12,6 +13,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -173,6 +175,21 @@ TEST(SpinLock, AWaiterWithAHugeSpinCountTakesALockReleasedLater) {
         }
     });
     EXPECT_TRUE(takenInTime);
+}
+
+TEST(SpinLockDeathTest, WithOneThreadATakenRegionIsNotTakenAgain) {
+    // A fresh process has one thread, where the region is taken with plain loads and stores; a
+    // pool holds only the region, so the lock has no owner and lock() must go by the region.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            SpinLock lock(4000);
+            SpinLockInline::enterRegion(lock);
+            const bool refused = lock.trylock() == -1 && lock.lock(1) == -1;
+            SpinLockInline::exitRegion(lock);
+            std::_Exit(refused && lock.trylock() == 0 ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
 }
 
 TEST(SpinLock, StealAndForceUnlockTakeOverALockLeftByAnExitedThread) {
