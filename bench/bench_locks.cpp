@@ -10,10 +10,16 @@
 #include <sched.h>
 #include <semaphore.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <map>
 #include <mutex>
 #include <semaphore>
+#include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -66,42 +72,99 @@ void nestedRecursiveMutex(benchmark::State& state) {
 }
 BENCHMARK(nestedRecursiveMutex)->Name("nested/std::recursive_mutex");
 
-// ---- Two threads, each 5 million lock / increment / unlock ----
+// ---- Contended: 2 to 16 threads share one lock, spin counts 0 and 4000 ----
+// Each run makes kContendedOps lock / increment / unlock steps in all, split among the threads,
+// so rows with more threads than processors show what waiting costs once owners are preempted.
+// A shared machine's speed drifts over seconds, so every row runs SpinLock and std::mutex in
+// turn (which goes first alternates) and the rows take turns too: kRounds rounds of all rows,
+// spread over the whole measurement. Each figure is the median of its runs, not the least: the
+// least run of a contended row is the one in which other programs kept the threads from ever
+// running at the same time, which measures no contention at all.
 
-constexpr long kContendedLoops = 5000000;
+constexpr long kContendedOps = 1000000;
+constexpr int kRounds = 31;
+constexpr int kContendedThreads[] = {2, 4, 8, 16};
+constexpr unsigned long kContendedSpins[] = {0, 4000};
 
+// Seconds for one run of `threads` threads taking `lock`; 0 when an increment was lost.
 template <class Lock>
-void contended(benchmark::State& state, Lock& lock) {
-    for (auto _ : state) {
-        long counter = 0;
-        auto work = [&] {
-            for (long i = 0; i < kContendedLoops; ++i) {
-                lock.lock();
-                ++counter;
-                lock.unlock();
+double contendedRun(Lock& lock, int threads) {
+    const long perThread = kContendedOps / threads;
+    long counter = 0;
+    auto work = [&] {
+        for (long i = 0; i < perThread; ++i) {
+            lock.lock();
+            ++counter;
+            lock.unlock();
+        }
+    };
+    const auto start = std::chrono::steady_clock::now();
+    std::vector<std::thread> others;
+    for (int t = 1; t < threads; ++t)
+        others.emplace_back(work);
+    work();
+    for (std::thread& t : others)
+        t.join();
+    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
+    return counter == threads * perThread ? seconds.count() : 0;
+}
+
+// The median run of SpinLock and of std::mutex for each (threads, spin count), measured when the
+// first contended row is benchmarked. A lost increment (a run of 0) fails the figure.
+using ContendedKey = std::pair<int, unsigned long>;
+const std::map<ContendedKey, std::pair<double, double>>& contendedSeconds() {
+    static const auto measured = [] {
+        std::map<ContendedKey, std::pair<std::vector<double>, std::vector<double>>> runs;
+        for (int round = 0; round < kRounds; ++round) {
+            for (int threads : kContendedThreads) {
+                for (unsigned long spin : kContendedSpins) {
+                    auto& [ours, mutex] = runs[{threads, spin}];
+                    for (int turn = 0; turn < 2; ++turn) {
+                        if ((round + turn) % 2 == 0) {
+                            vanta::SpinLock lock(spin);
+                            ours.push_back(contendedRun(lock, threads));
+                        } else {
+                            std::mutex lock;
+                            mutex.push_back(contendedRun(lock, threads));
+                        }
+                    }
+                }
             }
+        }
+        auto median = [](std::vector<double> v) {
+            std::sort(v.begin(), v.end());
+            return v.front() <= 0 ? 0 : v[v.size() / 2];
         };
-        std::thread other(work);
-        work();
-        other.join();
-        if (counter != 2 * kContendedLoops)
-            state.SkipWithError("lost increments");
+        std::map<ContendedKey, std::pair<double, double>> figures;
+        for (const auto& [key, both] : runs)
+            figures[key] = {median(both.first), median(both.second)};
+        return figures;
+    }();
+    return measured;
+}
+
+const bool contendedRegistered = [] {
+    for (int threads : kContendedThreads) {
+        for (unsigned long spin : kContendedSpins) {
+            for (bool isOurs : {true, false}) {
+                const std::string name = std::string("contended/") +
+                                         (isOurs ? "ours" : "std::mutex") + "/threads:" +
+                                         std::to_string(threads) + "/spin:" + std::to_string(spin);
+                benchmark::RegisterBenchmark(name.c_str(), [=](benchmark::State& state) {
+                    const auto [ours, mutex] = contendedSeconds().at({threads, spin});
+                    const double seconds = isOurs ? ours : mutex;
+                    for (auto _ : state) {
+                        if (seconds <= 0)
+                            return state.SkipWithError("lost increments");
+                        state.SetIterationTime(seconds);
+                    }
+                    state.SetItemsProcessed(state.iterations() * kContendedOps);
+                })->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+            }
+        }
     }
-}
-
-void contendedOurs(benchmark::State& state) {
-    vanta::SpinLock lock;
-    contended(state, lock);
-}
-BENCHMARK(contendedOurs)->Name("contended/ours")->Unit(benchmark::kMillisecond)->UseRealTime()
-    ->Iterations(3);
-
-void contendedMutex(benchmark::State& state) {
-    std::mutex mutex;
-    contended(state, mutex);
-}
-BENCHMARK(contendedMutex)->Name("contended/std::mutex")->Unit(benchmark::kMillisecond)
-    ->UseRealTime()->Iterations(3);
+    return true;
+}();
 
 // ---- Semaphore ping-pong between two threads on different processors ----
 

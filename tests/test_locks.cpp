@@ -1,5 +1,6 @@
 // Tests of SpinLock, CSMutex, the process-wide locks, TestThenAdd and System::sleep.
 #include <vanta/locks.h>
+#include <vanta/locks_p.h>
 #include <vanta/system.h>
 
 #include "threadsupport.h"
@@ -8,9 +9,14 @@
 
 #include <pthread.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -29,6 +35,15 @@ int tryFromOtherThread(SpinLock& lock) {
             lock.unlock();
     });
     return result;
+}
+
+// The scheduler state of one of this process's threads, as the kernel reports it: 'R' while it
+// runs or could run (a busy-polling thread), 'S' while it sleeps in a system call.
+char threadState(pid_t tid) {
+    std::ifstream stat("/proc/self/task/" + std::to_string(tid) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+    const auto end = text.rfind(')');  // the thread's name may hold any character
+    return end == std::string::npos || end + 2 >= text.size() ? '?' : text[end + 2];
 }
 
 }  // namespace
@@ -89,9 +104,54 @@ TEST(SpinLock, TimedLockGivesUpAfterItsTimeOrTakesALockReleasedInTime) {
     EXPECT_EQ(late.load(), 0);
 }
 
-TEST(SpinLock, APollingWaiterTakesALockReleasedWhileItPolls) {
-    // The waiter's budget of polls lasts seconds even on the fastest processor, so it is still
-    // polling when the lock is released: it must take the lock then, not once the budget is spent.
+TEST(SpinLock, ATimeOutHoldsFromTheFirstPollWhateverTheSpinCount) {
+    // Four billion polls last well over a second on any processor: the deadline must end the
+    // polling, not the budget. A budget of one poll runs out first: the waiter must then sleep,
+    // not take the lock. The bound is generous, for a loaded machine.
+    for (unsigned long spin : {1ul, 4000000000ul}) {
+        SpinLock lock(spin);
+        ASSERT_EQ(lock.lock(), 0);
+        for (unsigned int timeoutMs : {0u, 1u, 50u}) {
+            int result = 0;
+            long waited = 0;
+            onOtherThread([&] {
+                const auto start = Clock::now();
+                result = lock.lock(timeoutMs);
+                waited = msSince(start);
+            });
+            EXPECT_EQ(result, -1) << "spin " << spin << ", time-out " << timeoutMs;
+            EXPECT_GE(waited, long(timeoutMs) - 1) << "spin " << spin << ", time-out " << timeoutMs;
+            EXPECT_LT(waited, long(timeoutMs) + 1000) << "spin " << spin << ", time-out " << timeoutMs;
+        }
+        EXPECT_EQ(lock.depth(), 1) << "a waiter that timed out changes nothing";
+        EXPECT_EQ(lock.unlock(), 0);
+    }
+}
+
+TEST(SpinLock, AWaiterWithAHugeSpinCountSoonSleepsInsteadOfPolling) {
+    // Four billion polls would keep the waiter running for well over the ten seconds the
+    // kernel is given here to report it asleep.
+    SpinLock lock(4000000000ul);
+    ASSERT_EQ(lock.lock(), 0);
+    std::atomic<pid_t> tid{0};
+    std::atomic<int> result{1};
+    std::thread waiter([&] {
+        tid = gettid();
+        result = lock.lock();
+        if (result == 0)
+            lock.unlock();
+    });
+    ASSERT_TRUE(waitUntil([&] { return tid.load() != 0; }));
+    const bool asleep = waitUntil([&] { return threadState(tid) == 'S'; });
+    lock.unlock();
+    waiter.join();
+    EXPECT_TRUE(asleep) << "the waiter was still polling";
+    EXPECT_EQ(result.load(), 0);
+}
+
+TEST(SpinLock, AWaiterWithAHugeSpinCountTakesALockReleasedLater) {
+    // The waiter may stop polling long before the release; it must still take the lock then,
+    // not sleep on or spend its budget first.
     SpinLock lock(4000000000ul);
     std::atomic<int> stage{0};
     std::atomic<bool> taken{false};
@@ -117,6 +177,21 @@ TEST(SpinLock, APollingWaiterTakesALockReleasedWhileItPolls) {
     EXPECT_TRUE(takenInTime);
 }
 
+TEST(SpinLockDeathTest, WithOneThreadATakenRegionIsNotTakenAgain) {
+    // A fresh process has one thread, where the region is taken with plain loads and stores; a
+    // pool holds only the region, so the lock has no owner and lock() must go by the region.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            SpinLock lock(4000);
+            SpinLockInline::enterRegion(lock);
+            const bool refused = lock.trylock() == -1 && lock.lock(1) == -1;
+            SpinLockInline::exitRegion(lock);
+            std::_Exit(refused && lock.trylock() == 0 ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
 TEST(SpinLock, StealAndForceUnlockTakeOverALockLeftByAnExitedThread) {
     SpinLock lock;
     auto takeTwiceElsewhere = [&] { onOtherThread([&] { lock.lock(), lock.lock(); }); };
@@ -134,18 +209,27 @@ TEST(SpinLock, StealAndForceUnlockTakeOverALockLeftByAnExitedThread) {
     EXPECT_EQ(tryFromOtherThread(lock), 0);
 }
 
-TEST(SpinLock, RecursiveIncrementsFromManyThreadsAreExact) {
-    for (unsigned long spin : {0ul, 100ul}) {
+TEST(SpinLock, OneThreadAtATimeHoldsTheLockWhetherItsWaitersSleepOrPoll) {
+    // Waiters that poll take the lock the moment it is released, racing an owner that takes it
+    // straight back: the lock must never let two in. Occupancy is counted on entry, which sees
+    // any overlap, not only one that loses an increment.
+    for (unsigned long spin : {0ul, 100ul, 4000ul}) {
         SpinLock lock(spin);
         long counter = 0;
-        runThreads(8, [&](int) {
-            for (int n = 0; n < 20000; ++n) {
+        std::atomic<int> occupants{0};
+        std::atomic<bool> overlapped{false};
+        runThreads(4, [&](int) {
+            for (int n = 0; n < 100000; ++n) {
                 CSMutex outer(lock);
                 CSMutex inner(lock);
+                if (occupants.fetch_add(1, std::memory_order_relaxed) != 0)
+                    overlapped = true;
                 ++counter;
+                occupants.fetch_sub(1, std::memory_order_relaxed);
             }
         });
-        EXPECT_EQ(counter, 8 * 20000) << "spin count " << spin;
+        EXPECT_FALSE(overlapped.load()) << "spin count " << spin;
+        EXPECT_EQ(counter, 4 * 100000) << "spin count " << spin;
     }
 }
 

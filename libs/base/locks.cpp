@@ -16,26 +16,66 @@ inline const void* self() { return lockdetail::callerIdentity(); }
 
 }  // namespace
 
-bool lockdetail::CriticalRegion::enterContended(unsigned int durationMs, uint32_t spinCount) {
-    for (uint32_t i = 0; i < spinCount; ++i) {
-        futex::relax();
-        uint32_t expected = 0;
-        if (mWord.load(std::memory_order_relaxed) == 0 &&
-            mWord.compare_exchange_weak(expected, 1, std::memory_order_acquire,
-                                        std::memory_order_relaxed))
-            return true;
-    }
-    timespec deadline{};
-    const bool limited = durationMs != kForever;
-    if (limited)
-        deadline = futex::deadlineAfter(durationMs);
-    // Mark the word contended so the holder wakes a sleeper on exit.
-    while (mWord.exchange(2, std::memory_order_acquire) != 0) {
-        if (limited && futex::passed(deadline))
+namespace {
+
+// The longest a waiter polls before it sleeps, whatever its spin count. Polling pays only when
+// the owner lets go sooner than going to sleep and being woken would take (several microseconds);
+// past that it only keeps a processor from the owner, who may be waiting for one.
+constexpr int64_t kMaxSpinNs = 2000;
+// Pauses between two polls double up to this many, so a waiter reads the shared line less often
+// and leaves the owner's release and re-lock uncontested.
+constexpr uint32_t kMaxPauses = 16;
+
+// Sleeps on a region's word until it is entered (true) or the deadline passes (false; null: no
+// deadline). The word is marked contended so the holder wakes a sleeper on exit.
+bool sleepUntilEntered(std::atomic<uint32_t>& word, const timespec* deadline) {
+    while (word.exchange(2, std::memory_order_acquire) != 0) {
+        if (deadline && futex::passed(*deadline))
             return false;
-        futex::wait(mWord, 2, limited ? &deadline : nullptr);
+        futex::wait(word, 2, deadline);
     }
     return true;
+}
+
+}  // namespace
+
+bool lockdetail::CriticalRegion::spin(uint32_t spinCount, int64_t endNs) {
+    uint32_t pauses = 1;
+    for (uint64_t spent = 0; spent < spinCount; spent += pauses) {
+        for (uint32_t i = 0; i < pauses; ++i)
+            futex::relax();
+        const uint32_t word = mWord.load(std::memory_order_relaxed);
+        if (word == 0 && tryEnter())
+            return true;
+        // A waiter that arrived meanwhile went to sleep: the lock passes through the kernel now,
+        // and this poller would only race the thread to be woken.
+        if (word == 2 || futex::nowNs() >= endNs)
+            return false;
+        if (pauses < kMaxPauses)
+            pauses *= 2;
+    }
+    return false;
+}
+
+bool lockdetail::CriticalRegion::enterContended(unsigned int durationMs, uint32_t spinCount) {
+    // The deadline is taken before the first poll, so polling counts against the time-out. The
+    // polling itself ends long before any deadline of a millisecond or more.
+    timespec deadline{};
+    const timespec* limit = nullptr;
+    if (durationMs != kForever) {
+        deadline = futex::deadlineAfter(durationMs);
+        limit = &deadline;
+    }
+    if (spinCount == 0)
+        return sleepUntilEntered(mWord, limit);
+    // Only a lock's one waiter polls: the owner and the poller then need two processors, and
+    // with more waiters than that the owner is likely not running, or the lock passes through
+    // the kernel anyway. Waiters are counted until they leave, asleep or not.
+    const bool alone = mWaiters.fetch_add(1, std::memory_order_relaxed) == 0;
+    const bool entered = (alone && spin(spinCount, futex::nowNs() + kMaxSpinNs)) ||
+                         sleepUntilEntered(mWord, limit);
+    mWaiters.fetch_sub(1, std::memory_order_relaxed);
+    return entered;
 }
 
 void lockdetail::CriticalRegion::wakeOne() { futex::wake(mWord, 1); }

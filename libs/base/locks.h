@@ -72,11 +72,17 @@ private:
     // Wakes one sleeper. Out of line, so the uncontended exit stays small enough to inline.
     void wakeOne();
 
-    // Polls up to spinCount times, then sleeps on the word until it is free or time runs out.
-    // Out of line, so the uncontended path above stays small.
+    // Polls a while when that is likely to pay, then sleeps on the word until it is free or
+    // durationMs, counted from the call, runs out. Out of line, so the uncontended path above
+    // stays small.
     bool enterContended(unsigned int durationMs, std::uint32_t spinCount);
 
+    // Polls the word with growing pauses, at most spinCount pauses and never past endNs (on the
+    // monotonic clock); gives up early when the word shows sleepers. True when entered.
+    bool spin(std::uint32_t spinCount, std::int64_t endNs);
+
     std::atomic<std::uint32_t> mWord{0};
+    std::atomic<std::uint32_t> mWaiters{0};  // threads in enterContended with a spin count
 };
 
 /// The start of every lock's private record: who holds it, how often, and the region that keeps

@@ -30,6 +30,13 @@ inline timespec deadlineAfter(unsigned long ms) {
     return t;
 }
 
+// The monotonic clock in nanoseconds.
+inline int64_t nowNs() {
+    timespec t;
+    clock_gettime(CLOCK_MONOTONIC, &t);
+    return int64_t(t.tv_sec) * 1000000000 + t.tv_nsec;
+}
+
 inline bool passed(const timespec& deadline) {
     timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
