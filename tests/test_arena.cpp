@@ -313,7 +313,6 @@ TEST(Arena, CheckFindsDamage) {
         std::string why;
         EXPECT_FALSE(arena::check(t.a, &why)) << row.name;
         EXPECT_FALSE(why.empty()) << row.name;
-        t.a = nullptr;  // damaged: unmap the regions without walking them
     }
 }
 
@@ -361,11 +360,11 @@ TEST(Arena, CheckFindsATreeRotatedOutOfPriorityOrder) {
     std::string why;
     EXPECT_FALSE(arena::check(t.a, &why));
     EXPECT_NE(why.find("priorities"), std::string::npos) << why;
-    t.a = nullptr;  // damaged: unmap the regions without walking them
 }
 
 TEST(ArenaDeathTest, FreeStopsTheProcessOnABlockItCannotTakeBack) {
-    // Going on would hand one block to two callers, or give pool A a block of pool B.
+    // Going on would hand one block to two callers, give pool A a block of pool B, or hand out
+    // memory still in use (unaligned, or overlapping its neighbour).
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     constexpr unsigned long kRegion = 4194304;
     const struct {
@@ -385,7 +384,7 @@ TEST(ArenaDeathTest, FreeStopsTheProcessOnABlockItCannotTakeBack) {
              pool.malloc(64);  // keeps the block from merging into the free space after it
              pool.free(p);
              pool.free(p);
-         }, "free\\(\\): double free detected: 0x[0-9a-f]+"},
+         }, "free\\(\\): double free or invalid pointer \\(no block in use starts here\\): 0x[0-9a-f]+"},
         {"block of another pool", [] {
              MemoryPool a("a", kRegion), b("b", kRegion);
              a.free(b.malloc(64));
@@ -397,10 +396,32 @@ TEST(ArenaDeathTest, FreeStopsTheProcessOnABlockItCannotTakeBack) {
              arena::trim(t.a, 0);    // and goes back to the system
              arena::free(t.a, big);
          }, "free\\(\\): pointer not from this pool: 0x[0-9a-f]+"},
-        {"pointer inside a block", [] {
+        // The three below each plant a word that reads as the size of a small chunk in use
+        // (48 bytes, in use, the one before in use), where a free looks for its chunk's size.
+        {"pointer inside a block, after a word that looks like a size in use", [] {
              MemoryPool pool("a", kRegion);
-             pool.free(static_cast<char*>(pool.malloc(256)) + 64);
-         }, "free\\(\\): "},
+             auto* p = static_cast<char*>(pool.malloc(256));
+             std::memset(p, 0, 256);
+             sizeWord(p + 64) = 48 | 3;
+             pool.free(p + 64);
+         }, "free\\(\\): invalid next size: 0x[0-9a-f]+"},
+        {"misaligned pointer", [] {
+             MemoryPool pool("a", kRegion);
+             auto* p = static_cast<char*>(pool.malloc(256));
+             std::memset(p, 0, 256);
+             sizeWord(p + 8) = 48 | 3;
+             pool.free(p + 8);
+         }, "free\\(\\): invalid pointer \\(misaligned\\): 0x[0-9a-f]+"},
+        {"size word overwritten by the block before", [] {
+             MemoryPool pool("a", kRegion);
+             auto* a = static_cast<char*>(pool.malloc(88));  // ends exactly at b's size word
+             auto* b = static_cast<char*>(pool.malloc(88));
+             std::memset(b, 0, 88);
+             pool.malloc(88);
+             ASSERT_EQ(a + 88, b - 8);
+             a[88] = 48 | 3;  // one byte too many
+             pool.free(b);
+         }, "free\\(\\): invalid next size: 0x[0-9a-f]+"},
     };
     for (const auto& row : rows)
         EXPECT_DEATH(row.misuse(), row.message) << row.name;
