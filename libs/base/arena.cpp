@@ -44,6 +44,7 @@ constexpr std::size_t kLargeMin = 1024;    // chunks from here on live in trees
 constexpr int kSmallBins = 64;             // index = size / 16, sizes 32..1008
 constexpr int kLargeBins = 4 * (64 - 10);  // four bins per power of two from 1 KiB
 constexpr unsigned kQuickLimit = 64;       // chunks per quick list
+constexpr std::size_t kRegionSlots = 64;   // remembered regions, by address
 constexpr std::size_t kMaxRequest = std::size_t(1) << 60;
 constexpr std::size_t kPage = 4096;
 
@@ -206,6 +207,9 @@ struct ArenaState {
     std::uint64_t largeMap[4] = {};   // bit i: largeBins[i] is not empty
     Region* regions = nullptr;        // the first region is always last in this list
     std::vector<Region*> byAddress;   // the same regions in address order, for findRegion
+    // A region found last in each 4 MiB of address space (by address modulo the slots), tried
+    // before the bisection: a pool's regions are 4 MiB or more, so most frees find theirs here.
+    const Region* regionNear[kRegionSlots] = {};
     DirectMapFn directMap;
     MapFn map;
     BreakFn brk;
@@ -260,6 +264,12 @@ struct ArenaState {
     // their number. Out of line: most frees fall in the region of the one before.
     [[gnu::noinline]] bool findRegion(const Chunk* c) {
         const char* at = reinterpret_cast<const char*>(c);
+        const Region*& remembered = regionNear[regionSlot(c)];
+        if (remembered && inside(remembered, c)) {
+            lastLow = reinterpret_cast<const char*>(remembered->first);
+            lastHigh = reinterpret_cast<const char*>(remembered->fence);
+            return true;
+        }
         auto after = std::upper_bound(
             byAddress.begin(), byAddress.end(), at,
             [](const char* a, const Region* r) { return a < reinterpret_cast<char*>(r->first); });
@@ -268,9 +278,19 @@ struct ArenaState {
         const Region* r = *(after - 1);
         if (at >= reinterpret_cast<char*>(r->fence))
             return false;
+        remembered = r;
         lastLow = reinterpret_cast<const char*>(r->first);
         lastHigh = reinterpret_cast<const char*>(r->fence);
         return true;
+    }
+
+    static bool inside(const Region* r, const Chunk* c) {
+        return reinterpret_cast<const char*>(c) >= reinterpret_cast<char*>(r->first) &&
+               reinterpret_cast<const char*>(c) < reinterpret_cast<char*>(r->fence);
+    }
+    // The slot of regionNear for the 4 MiB of address space around c.
+    static std::size_t regionSlot(const void* c) {
+        return (reinterpret_cast<std::uintptr_t>(c) >> 22) % kRegionSlots;
     }
 
     // Room in the region index for one more region; false when memory for it cannot be had.
@@ -544,6 +564,10 @@ struct ArenaState {
             link = &(*link)->next;
         *link = region->next;
         byAddress.erase(std::find(byAddress.begin(), byAddress.end(), region));
+        for (const Region*& remembered : regionNear) {
+            if (remembered == region)
+                remembered = nullptr;
+        }
         if (lastLow == reinterpret_cast<const char*>(region->first))
             lastLow = lastHigh = nullptr;
         --regionCount;

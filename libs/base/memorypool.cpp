@@ -48,25 +48,7 @@ public:
         for (;;) {
             const unsigned seen = mSequence.load(std::memory_order_acquire);
             const Published* array = mCurrent.load(std::memory_order_acquire);
-            MemoryPool* found = nullptr;
-            if (array) {
-                // The last region starting at or below a, if any, is the only one that can hold it.
-                std::size_t low = 0, high = array->count.load(std::memory_order_relaxed);
-                high = std::min(high, array->capacity);
-                while (low < high) {
-                    const std::size_t mid = (low + high) / 2;
-                    if (array->entries[mid].base.load(std::memory_order_relaxed) <= a)
-                        low = mid + 1;
-                    else
-                        high = mid;
-                }
-                if (low > 0) {
-                    const Slot& slot = array->entries[low - 1];
-                    const std::uintptr_t base = slot.base.load(std::memory_order_relaxed);
-                    if (a - base < slot.size.load(std::memory_order_relaxed))
-                        found = slot.pool.load(std::memory_order_relaxed);
-                }
-            }
+            MemoryPool* found = array ? array->find(a) : nullptr;
             std::atomic_thread_fence(std::memory_order_acquire);
             if (mSequence.load(std::memory_order_relaxed) == seen)
                 return found;
@@ -84,12 +66,53 @@ private:
         std::atomic<unsigned long> size{0};
         std::atomic<MemoryPool*> pool{nullptr};
     };
+    // One version of the list: the regions in address order, and for every MiB of address space
+    // (by address modulo kNearSlots) the regions that overlap it, so most lookups go straight to
+    // their region. A slot holds up to two region numbers plus one; kCrowded in the second
+    // place means more regions share the slot and a miss there needs the bisection.
+    static constexpr int kNearShift = 20;
+    static constexpr std::size_t kNearSlots = 4096;
+    static constexpr std::uint32_t kCrowded = ~std::uint32_t(0);
     struct Published {
         explicit Published(std::size_t capacity)
-            : entries(new Slot[capacity]), capacity(capacity) {}
+            : entries(new Slot[capacity]), near(new std::atomic<std::uint64_t>[kNearSlots]),
+              capacity(capacity) {}
         std::unique_ptr<Slot[]> entries;
+        std::unique_ptr<std::atomic<std::uint64_t>[]> near;
         const std::size_t capacity;
         std::atomic<std::size_t> count{0};
+
+        // The pool of entry number (plus one) k when its region holds a, else null. Bounds-
+        // checked: a reader overtaken by a writer may see any number here.
+        MemoryPool* poolAt(std::uint32_t k, std::uintptr_t a) const {
+            if (k == 0 || k > capacity)
+                return nullptr;
+            const Slot& slot = entries[k - 1];
+            return a - slot.base.load(std::memory_order_relaxed) <
+                           slot.size.load(std::memory_order_relaxed)
+                       ? slot.pool.load(std::memory_order_relaxed)
+                       : nullptr;
+        }
+
+        MemoryPool* find(std::uintptr_t a) const {
+            const std::uint64_t pair = near[(a >> kNearShift) % kNearSlots].load(std::memory_order_relaxed);
+            const auto first = std::uint32_t(pair), second = std::uint32_t(pair >> 32);
+            if (MemoryPool* pool = poolAt(first, a))
+                return pool;
+            if (second != kCrowded)
+                return poolAt(second, a);
+            // The last region starting at or below a, if any, is the only one that can hold it.
+            std::size_t low = 0;
+            std::size_t high = std::min(count.load(std::memory_order_relaxed), capacity);
+            while (low < high) {
+                const std::size_t mid = (low + high) / 2;
+                if (entries[mid].base.load(std::memory_order_relaxed) <= a)
+                    low = mid + 1;
+                else
+                    high = mid;
+            }
+            return poolAt(std::uint32_t(low), a);
+        }
     };
 
     static std::uintptr_t address(const void* p) { return reinterpret_cast<std::uintptr_t>(p); }
@@ -105,11 +128,27 @@ private:
         }
         mSequence.store(mSequence.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
         std::atomic_thread_fence(std::memory_order_release);
+        std::vector<std::uint64_t> near(kNearSlots, 0);
         for (std::size_t i = 0; i < mMaster.size(); ++i) {
-            target->entries[i].base.store(mMaster[i].base, std::memory_order_relaxed);
-            target->entries[i].size.store(mMaster[i].size, std::memory_order_relaxed);
-            target->entries[i].pool.store(mMaster[i].pool, std::memory_order_relaxed);
+            const Entry& e = mMaster[i];
+            target->entries[i].base.store(e.base, std::memory_order_relaxed);
+            target->entries[i].size.store(e.size, std::memory_order_relaxed);
+            target->entries[i].pool.store(e.pool, std::memory_order_relaxed);
+            const std::uintptr_t first = e.base >> kNearShift;
+            const std::uintptr_t last = (e.base + e.size - 1) >> kNearShift;
+            for (std::uintptr_t g = first; g <= last && g - first < kNearSlots; ++g) {
+                std::uint64_t& pair = near[g % kNearSlots];
+                const auto number = std::uint64_t(i + 1);
+                if ((pair & 0xffffffffu) == 0)
+                    pair |= number;
+                else if ((pair >> 32) == 0)
+                    pair |= number << 32;
+                else
+                    pair |= std::uint64_t(kCrowded) << 32;
+            }
         }
+        for (std::size_t slot = 0; slot < kNearSlots; ++slot)
+            target->near[slot].store(near[slot], std::memory_order_relaxed);
         target->count.store(mMaster.size(), std::memory_order_relaxed);
         mSpare = mCurrent.exchange(target, std::memory_order_acq_rel);
         mSequence.store(mSequence.load(std::memory_order_relaxed) + 1, std::memory_order_release);
