@@ -49,7 +49,6 @@ public:
             const unsigned seen = mSequence.load(std::memory_order_acquire);
             const Published* array = mCurrent.load(std::memory_order_acquire);
             MemoryPool* found = array ? array->find(a) : nullptr;
-            std::atomic_thread_fence(std::memory_order_acquire);
             if (mSequence.load(std::memory_order_relaxed) == seen)
                 return found;
         }
@@ -88,14 +87,14 @@ private:
             if (k == 0 || k > capacity)
                 return nullptr;
             const Slot& slot = entries[k - 1];
-            return a - slot.base.load(std::memory_order_relaxed) <
-                           slot.size.load(std::memory_order_relaxed)
-                       ? slot.pool.load(std::memory_order_relaxed)
+            return a - slot.base.load(std::memory_order_acquire) <
+                           slot.size.load(std::memory_order_acquire)
+                       ? slot.pool.load(std::memory_order_acquire)
                        : nullptr;
         }
 
         MemoryPool* find(std::uintptr_t a) const {
-            const std::uint64_t pair = near[(a >> kNearShift) % kNearSlots].load(std::memory_order_relaxed);
+            const std::uint64_t pair = near[(a >> kNearShift) % kNearSlots].load(std::memory_order_acquire);
             const auto first = std::uint32_t(pair), second = std::uint32_t(pair >> 32);
             if (MemoryPool* pool = poolAt(first, a))
                 return pool;
@@ -103,10 +102,10 @@ private:
                 return poolAt(second, a);
             // The last region starting at or below a, if any, is the only one that can hold it.
             std::size_t low = 0;
-            std::size_t high = std::min(count.load(std::memory_order_relaxed), capacity);
+            std::size_t high = std::min(count.load(std::memory_order_acquire), capacity);
             while (low < high) {
                 const std::size_t mid = (low + high) / 2;
-                if (entries[mid].base.load(std::memory_order_relaxed) <= a)
+                if (entries[mid].base.load(std::memory_order_acquire) <= a)
                     low = mid + 1;
                 else
                     high = mid;
@@ -127,13 +126,12 @@ private:
             target = new Published(std::max<std::size_t>(16, 2 * mMaster.size()));
         }
         mSequence.store(mSequence.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
-        std::atomic_thread_fence(std::memory_order_release);
         std::vector<std::uint64_t> near(kNearSlots, 0);
         for (std::size_t i = 0; i < mMaster.size(); ++i) {
             const Entry& e = mMaster[i];
-            target->entries[i].base.store(e.base, std::memory_order_relaxed);
-            target->entries[i].size.store(e.size, std::memory_order_relaxed);
-            target->entries[i].pool.store(e.pool, std::memory_order_relaxed);
+            target->entries[i].base.store(e.base, std::memory_order_release);
+            target->entries[i].size.store(e.size, std::memory_order_release);
+            target->entries[i].pool.store(e.pool, std::memory_order_release);
             const std::uintptr_t first = e.base >> kNearShift;
             const std::uintptr_t last = (e.base + e.size - 1) >> kNearShift;
             for (std::uintptr_t g = first; g <= last && g - first < kNearSlots; ++g) {
@@ -148,8 +146,8 @@ private:
             }
         }
         for (std::size_t slot = 0; slot < kNearSlots; ++slot)
-            target->near[slot].store(near[slot], std::memory_order_relaxed);
-        target->count.store(mMaster.size(), std::memory_order_relaxed);
+            target->near[slot].store(near[slot], std::memory_order_release);
+        target->count.store(mMaster.size(), std::memory_order_release);
         mSpare = mCurrent.exchange(target, std::memory_order_acq_rel);
         mSequence.store(mSequence.load(std::memory_order_relaxed) + 1, std::memory_order_release);
     }
