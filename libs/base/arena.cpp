@@ -44,7 +44,7 @@ constexpr std::size_t kLargeMin = 1024;    // chunks from here on live in trees
 constexpr int kSmallBins = 64;             // index = size / 16, sizes 32..1008
 constexpr int kLargeBins = 4 * (64 - 10);  // four bins per power of two from 1 KiB
 constexpr unsigned kQuickLimit = 64;       // chunks per quick list
-constexpr std::size_t kRegionSlots = 64;   // remembered regions, by address
+constexpr std::size_t kRegionSlots = 1024;  // remembered regions, by MiB of address space
 constexpr std::size_t kMaxRequest = std::size_t(1) << 60;
 constexpr std::size_t kPage = 4096;
 
@@ -206,9 +206,13 @@ struct ArenaState {
     std::uint64_t smallMap = 0;       // bit i: smallBins[i] is not empty
     std::uint64_t largeMap[4] = {};   // bit i: largeBins[i] is not empty
     Region* regions = nullptr;        // the first region is always last in this list
+    // A free chunk in no bin: the remainder of the last split made for a small request, which
+    // small requests are carved from next (counted in freeBytes and freeChunks).
+    Chunk* victim = nullptr;
     std::vector<Region*> byAddress;   // the same regions in address order, for findRegion
-    // A region found last in each 4 MiB of address space (by address modulo the slots), tried
-    // before the bisection: a pool's regions are 4 MiB or more, so most frees find theirs here.
+    // A region found last in each MiB of address space (by address modulo the slots), tried
+    // before the bisection: a pool's regions are 4 MiB or more, so only the MiB where one region
+    // ends and the next begins is shared, and most frees find their region here.
     const Region* regionNear[kRegionSlots] = {};
     DirectMapFn directMap;
     MapFn map;
@@ -240,7 +244,7 @@ struct ArenaState {
             return "invalid pointer (misaligned)";
         const Chunk* c = chunkOf(p);
         const char* at = reinterpret_cast<const char*>(c);
-        if ((at < lastLow || at >= lastHigh) && !findRegion(c))
+        if ((at < lastLow || at >= lastHigh) && !nearRegion(c) && !findRegion(c))
             return "pointer not from this pool";
         if (c->head & kQuick)
             return "double free detected";
@@ -259,17 +263,22 @@ struct ArenaState {
         return nullptr;
     }
 
+    // Makes the region remembered for c's MiB of address space the one tried first when it
+    // holds c; false when it does not.
+    bool nearRegion(const Chunk* c) {
+        const Region* r = regionNear[regionSlot(c)];
+        if (!r || !inside(r, c))
+            return false;
+        lastLow = reinterpret_cast<const char*>(r->first);
+        lastHigh = reinterpret_cast<const char*>(r->fence);
+        return true;
+    }
+
     // Makes the region holding c the one tried first; false when no region of this arena
     // holds it. A bisection of the regions in address order, so the cost grows with the log of
     // their number. Out of line: most frees fall in the region of the one before.
     [[gnu::noinline]] bool findRegion(const Chunk* c) {
         const char* at = reinterpret_cast<const char*>(c);
-        const Region*& remembered = regionNear[regionSlot(c)];
-        if (remembered && inside(remembered, c)) {
-            lastLow = reinterpret_cast<const char*>(remembered->first);
-            lastHigh = reinterpret_cast<const char*>(remembered->fence);
-            return true;
-        }
         auto after = std::upper_bound(
             byAddress.begin(), byAddress.end(), at,
             [](const char* a, const Region* r) { return a < reinterpret_cast<char*>(r->first); });
@@ -278,7 +287,7 @@ struct ArenaState {
         const Region* r = *(after - 1);
         if (at >= reinterpret_cast<char*>(r->fence))
             return false;
-        remembered = r;
+        regionNear[regionSlot(c)] = r;
         lastLow = reinterpret_cast<const char*>(r->first);
         lastHigh = reinterpret_cast<const char*>(r->fence);
         return true;
@@ -288,9 +297,9 @@ struct ArenaState {
         return reinterpret_cast<const char*>(c) >= reinterpret_cast<char*>(r->first) &&
                reinterpret_cast<const char*>(c) < reinterpret_cast<char*>(r->fence);
     }
-    // The slot of regionNear for the 4 MiB of address space around c.
+    // The slot of regionNear for the MiB of address space around c.
     static std::size_t regionSlot(const void* c) {
-        return (reinterpret_cast<std::uintptr_t>(c) >> 22) % kRegionSlots;
+        return (reinterpret_cast<std::uintptr_t>(c) >> 20) % kRegionSlots;
     }
 
     // Room in the region index for one more region; false when memory for it cannot be had.
@@ -403,7 +412,15 @@ struct ArenaState {
     // The payload of a chunk of size bytes from the bins, marked in use; null when the system
     // refused more. Out of line, so that the quick-list path needs no saved registers.
     [[gnu::noinline]] void* takeFromBins(std::size_t size) {
+        const bool small = size < kLargeMin;
+        // A small request without a free chunk of its own size is carved from the victim, so a
+        // heap whose free memory lies in large chunks does not pay a tree search and a split
+        // for each one.
+        if (small && !smallBins[size >> 4] && victimFits(size))
+            return carveVictim(size);
         Chunk* c = takeBestFit(size);
+        if (!c && victimFits(size))
+            return carveVictim(size);
         // Before asking the system, see whether the quick lists hold enough once coalesced.
         if (!c && flushQuick())
             c = takeBestFit(size);
@@ -411,8 +428,40 @@ struct ArenaState {
             c = takeBestFit(size);
         if (!c)
             return nullptr;
-        carve(c, size);
+        carve(c, size, small);
         return payloadOf(c);
+    }
+
+    bool victimFits(std::size_t size) const { return victim && sizeOf(victim) >= size; }
+
+    void* carveVictim(std::size_t size) {
+        Chunk* c = victim;
+        victim = nullptr;
+        freeBytes -= sizeOf(c);
+        --freeChunks;
+        carve(c, size, true);
+        return payloadOf(c);
+    }
+
+    // Puts the victim into the bins like any free chunk.
+    void binVictim() {
+        if (Chunk* v = victim) {
+            victim = nullptr;
+            freeBytes -= sizeOf(v);
+            --freeChunks;
+            insertFree(v);
+        }
+    }
+
+    // Takes the free chunk c out of the bins, or out of the victim's place.
+    void unlinkFree(Chunk* c) {
+        if (c == victim) {
+            victim = nullptr;
+            freeBytes -= sizeOf(c);
+            --freeChunks;
+        } else {
+            removeFree(c);
+        }
     }
 
     // Returns the block p, which badFree passed: to its quick list when there is room, else
@@ -431,15 +480,22 @@ struct ArenaState {
         }
     }
 
-    // Marks the free (unbinned) chunk c in use for size bytes, returning any remainder large
-    // enough to be a chunk to the bins.
-    void carve(Chunk* c, std::size_t size) {
+    // Marks the free (unbinned) chunk c in use for size bytes. A remainder large enough to be a
+    // chunk goes to the bins, or, with toVictim, becomes the victim (the old one is binned).
+    void carve(Chunk* c, std::size_t size, bool toVictim = false) {
         const std::size_t whole = sizeOf(c);
         if (whole - size >= kMinChunk) {
             Chunk* rest = at(c, size);
             rest->head = (whole - size) | kPInUse;
             nextOf(rest)->prevFoot = whole - size;
-            insertFree(rest);
+            if (toVictim) {
+                binVictim();
+                victim = rest;
+                freeBytes += whole - size;
+                ++freeChunks;
+            } else {
+                insertFree(rest);
+            }
             c->head = size | kCInUse | (c->head & kPInUse);
         } else {
             size = whole;
@@ -461,14 +517,14 @@ struct ArenaState {
         std::size_t size = sizeOf(c);
         if (!prevInUse(c)) {
             Chunk* prev = reinterpret_cast<Chunk*>(reinterpret_cast<char*>(c) - c->prevFoot);
-            removeFree(prev);
+            unlinkFree(prev);
             size += sizeOf(prev);
             c->head = 0;  // now inside prev: a second free of it must not find "in use" here
             c = prev;
         }
         Chunk* next = at(c, size);
         if (!inUse(next)) {
-            removeFree(next);
+            unlinkFree(next);
             size += sizeOf(next);
             next = at(c, size);
         }
@@ -711,6 +767,7 @@ int trim(Arena a, std::size_t pad) {
         return 0;
     a->enter();
     a->flushQuick();
+    a->binVictim();
     int count = 0;
     for (Region* region = a->regions; a->unmap && region && !region->isFirst;) {
         Region* next = region->next;
@@ -842,7 +899,7 @@ struct Checker {
                         return fail("two free chunks touch (not coalesced)", c);
                     if (nextOf(c)->prevFoot != size)
                         return fail("free chunk footer wrong", c);
-                    if (!binned.count(c))
+                    if (!binned.count(c) && c != a->victim)
                         return fail("free chunk missing from the bins", c);
                     freeBytes += size;
                     ++freeChunks;
@@ -853,7 +910,9 @@ struct Checker {
             if (r->fence->head != (kCInUse | (prevUsed ? kPInUse : 0)))
                 return fail("fence damaged", r->fence);
         }
-        if (freeChunks != binned.size())
+        if (a->victim && (inUse(a->victim) || binned.count(a->victim)))
+            return fail("victim in use or in a bin", a->victim);
+        if (freeChunks != binned.size() + (a->victim ? 1 : 0))
             return fail("bins hold chunks outside every region", nullptr);
         if (quickSeen != quick.size())
             return fail("quick lists hold something that is not a chunk", nullptr);
