@@ -362,6 +362,21 @@ TEST(Arena, CheckFindsATreeRotatedOutOfPriorityOrder) {
     EXPECT_NE(why.find("priorities"), std::string::npos) << why;
 }
 
+namespace {
+
+// Frees the pointer offset bytes into a zeroed block of a fresh pool, after planting a word that
+// reads as the size of a small chunk in use (48 bytes, in use, the one before in use) just
+// before it, where a free looks for its chunk's size.
+void freeAfterPlantedSize(std::size_t offset) {
+    MemoryPool pool("a", 4194304);
+    auto* p = static_cast<char*>(pool.malloc(256));
+    std::memset(p, 0, 256);
+    sizeWord(p + offset) = 48 | 3;
+    pool.free(p + offset);
+}
+
+}  // namespace
+
 TEST(ArenaDeathTest, FreeStopsTheProcessOnABlockItCannotTakeBack) {
     // Going on would hand one block to two callers, give pool A a block of pool B, or hand out
     // memory still in use (unaligned, or overlapping its neighbour).
@@ -396,22 +411,10 @@ TEST(ArenaDeathTest, FreeStopsTheProcessOnABlockItCannotTakeBack) {
              arena::trim(t.a, 0);    // and goes back to the system
              arena::free(t.a, big);
          }, "free\\(\\): pointer not from this pool: 0x[0-9a-f]+"},
-        // The three below each plant a word that reads as the size of a small chunk in use
-        // (48 bytes, in use, the one before in use), where a free looks for its chunk's size.
-        {"pointer inside a block, after a word that looks like a size in use", [] {
-             MemoryPool pool("a", kRegion);
-             auto* p = static_cast<char*>(pool.malloc(256));
-             std::memset(p, 0, 256);
-             sizeWord(p + 64) = 48 | 3;
-             pool.free(p + 64);
-         }, "free\\(\\): invalid next size: 0x[0-9a-f]+"},
-        {"misaligned pointer", [] {
-             MemoryPool pool("a", kRegion);
-             auto* p = static_cast<char*>(pool.malloc(256));
-             std::memset(p, 0, 256);
-             sizeWord(p + 8) = 48 | 3;
-             pool.free(p + 8);
-         }, "free\\(\\): invalid pointer \\(misaligned\\): 0x[0-9a-f]+"},
+        {"pointer inside a block, after a word that looks like a size in use",
+         [] { freeAfterPlantedSize(64); }, "free\\(\\): invalid next size: 0x[0-9a-f]+"},
+        {"misaligned pointer", [] { freeAfterPlantedSize(8); },
+         "free\\(\\): invalid pointer \\(misaligned\\): 0x[0-9a-f]+"},
         {"size word overwritten by the block before", [] {
              MemoryPool pool("a", kRegion);
              auto* a = static_cast<char*>(pool.malloc(88));  // ends exactly at b's size word
