@@ -26,7 +26,6 @@
 #include <cstdio>
 #include <new>
 #include <unordered_set>
-#include <vector>
 
 namespace vanta {
 namespace arena {
@@ -187,6 +186,63 @@ bool mapFailed(void* p) { return !p || p == kMapFailed; }
 
 }  // namespace
 
+namespace {
+
+// The regions of an arena in address order, for bisection. Its storage is a mapping of its own,
+// like the regions, so an arena needs no memory from the C library heap.
+class RegionIndex {
+public:
+    RegionIndex() = default;
+    RegionIndex(const RegionIndex&) = delete;
+    RegionIndex& operator=(const RegionIndex&) = delete;
+    ~RegionIndex() {
+        if (mItems)
+            defaultUnmap(mItems, mCapacity * sizeof(Region*));
+    }
+
+    Region** begin() const { return mItems; }
+    Region** end() const { return mItems + mCount; }
+
+    // Room for one more region; false when the system refuses the memory for it.
+    bool reserveOne() {
+        if (mCount < mCapacity)
+            return true;
+        const std::size_t capacity = mCapacity ? 2 * mCapacity : kPage / sizeof(Region*);
+        void* grown = defaultMap(capacity * sizeof(Region*));
+        if (mapFailed(grown))
+            return false;
+        if (mItems) {
+            std::copy(begin(), end(), static_cast<Region**>(grown));
+            defaultUnmap(mItems, mCapacity * sizeof(Region*));
+        }
+        mItems = static_cast<Region**>(grown);
+        mCapacity = capacity;
+        return true;
+    }
+    // Inserts r in address order; reserveOne must have made room.
+    void insert(Region* r) {
+        Region** at = std::upper_bound(begin(), end(), r, [](const Region* a, const Region* b) {
+            return a->first < b->first;
+        });
+        std::copy_backward(at, end(), end() + 1);
+        *at = r;
+        ++mCount;
+    }
+    void erase(const Region* r) {
+        Region** at = std::find(begin(), end(), r);
+        if (at != end()) {
+            std::copy(at + 1, end(), at);
+            --mCount;
+        }
+    }
+
+private:
+    Region** mItems = nullptr;
+    std::size_t mCount = 0, mCapacity = 0;
+};
+
+}  // namespace
+
 void reportBadFree(const char* fault, const void* p) {
     std::fprintf(stderr, "free(): %s: %p\n", fault, p);
     std::abort();
@@ -209,7 +265,7 @@ struct ArenaState {
     // A free chunk in no bin: the remainder of the last split made for a small request, which
     // small requests are carved from next (counted in freeBytes and freeChunks).
     Chunk* victim = nullptr;
-    std::vector<Region*> byAddress;   // the same regions in address order, for findRegion
+    RegionIndex byAddress;            // the same regions in address order, for findRegion
     // A region found last in each MiB of address space (by address modulo the slots), tried
     // before the bisection: a pool's regions are 4 MiB or more, so only the MiB where one region
     // ends and the next begins is shared, and most frees find their region here.
@@ -303,14 +359,7 @@ struct ArenaState {
     }
 
     // Room in the region index for one more region; false when memory for it cannot be had.
-    bool indexRoom() {
-        try {
-            byAddress.reserve(byAddress.size() + 1);
-            return true;
-        } catch (const std::bad_alloc&) {
-            return false;
-        }
-    }
+    bool indexRoom() { return byAddress.reserveOne(); }
 
     void insertFree(Chunk* c) {
         const std::size_t size = sizeOf(c);
@@ -576,11 +625,7 @@ struct ArenaState {
         // New regions go to the front; the first region stays last, where destroy skips it.
         record->next = regions;
         regions = record;
-        byAddress.insert(std::upper_bound(byAddress.begin(), byAddress.end(), record,
-                                          [](const Region* a, const Region* b) {
-                                              return a->first < b->first;
-                                          }),
-                         record);  // indexRoom made room: no allocation here
+byAddress.insert(record);  // indexRoom made room
         ++regionCount;
         footprint += size;
         insertFree(first);
@@ -619,7 +664,7 @@ struct ArenaState {
         while (*link != region)
             link = &(*link)->next;
         *link = region->next;
-        byAddress.erase(std::find(byAddress.begin(), byAddress.end(), region));
+        byAddress.erase(region);
         for (const Region*& remembered : regionNear) {
             if (remembered == region)
                 remembered = nullptr;

@@ -247,22 +247,24 @@ unsigned long MemoryPool::getMappedBytes() const {
 }
 
 void MemoryPool::addManager(HeapManager* manager) {
+    const MemoryManager* entry = manager;
     SpinLockInline::enterRegion(mLock);
-    mManagers.insert(std::upper_bound(mManagers.begin(), mManagers.end(), manager), manager);
+    mManagers.insert(std::upper_bound(mManagers.begin(), mManagers.end(), entry), entry);
     SpinLockInline::exitRegion(mLock);
 }
 
 void MemoryPool::removeManager(HeapManager* manager) {
+    const MemoryManager* entry = manager;
     SpinLockInline::enterRegion(mLock);
-    auto at = std::lower_bound(mManagers.begin(), mManagers.end(), manager);
-    if (at != mManagers.end() && *at == manager)
+    auto at = std::lower_bound(mManagers.begin(), mManagers.end(), entry);
+    if (at != mManagers.end() && *at == entry)
         mManagers.erase(at);
-    if (mLastOwner == manager)
+    if (mLastOwner == entry)
         mLastOwner = nullptr;
     SpinLockInline::exitRegion(mLock);
 }
 
-bool MemoryPool::hasManager(HeapManager* manager) {
+bool MemoryPool::hasManager(const MemoryManager* manager) {
     return std::binary_search(mManagers.begin(), mManagers.end(), manager);
 }
 

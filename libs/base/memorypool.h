@@ -51,7 +51,8 @@ public:
     /// with damaged boundary tags).
     void free(void* p);
 
-    /// The payload bytes the pool's users report (HeapManager); malloc and free do not touch it.
+    /// Adds to the payload bytes the pool's users report; malloc and free do not touch the count,
+    /// and heap managers count their blocks themselves.
     void addAllocation(unsigned long size) {
         mAllocated.fetch_add(size, std::memory_order_relaxed);
     }
@@ -113,7 +114,7 @@ private:
     void unlock();
     void addManager(HeapManager* manager);
     void removeManager(HeapManager* manager);
-    bool hasManager(HeapManager* manager);
+    bool hasManager(const MemoryManager* manager);
     void record(void* base, unsigned long size);
 
     QString mName;
@@ -122,8 +123,8 @@ private:
     std::atomic<unsigned long> mManaged{0};    ///< heap managers' blocks, changed under mLock
     void* mArena = nullptr;       ///< guarded by mLock
     SpinLock mLock{0};
-    std::vector<HeapManager*> mManagers;  ///< in address order; guarded by mLock
-    HeapManager* mLastOwner = nullptr;    ///< the manager lockBlock found last; guarded by mLock
+    std::vector<const MemoryManager*> mManagers;  ///< in address order; guarded by mLock
+    const MemoryManager* mLastOwner = nullptr;    ///< found last by lockBlock; guarded by mLock
     std::vector<MMapRange> mRanges;  ///< guarded by the process-wide region lock
 };
 
