@@ -48,9 +48,12 @@ inline HeapManager* MemoryPool::lockBlock(void* payload) {
     // Compared as it is: a cast to the manager's class could read the object, which is only
     // known to exist once it is found among this pool's managers.
     const MemoryManager* named = header->manager;
-    if (named != mLastOwner && !hasManager(named))
-        arena::reportBadFree("invalid pointer (its header names no manager of this pool)", payload);
-    mLastOwner = named;
+    if (named != mLastOwner) {
+        if (!hasManager(named))
+            arena::reportBadFree("invalid pointer (its header names no manager of this pool)",
+                                 payload);
+        mLastOwner = named;
+    }
     auto* owner = static_cast<HeapManager*>(header->manager);
     const unsigned long room = arena::usableSize(header) - HeapManager::kHeaderSize;
     if (room - header->size >= 32)  // a chunk is at most 31 bytes larger than its request
