@@ -356,13 +356,11 @@ TEST(HeapManager, CountsStayExactWhenThreadsShareAManagerAndAPool) {
 // The lock-free lookup gives the answer of a plain scan of every region, for pools of every
 // shape, and keeps finding a pool's blocks while other threads map and unmap regions.
 TEST(MemoryPool, LookupAgreesWithAScanOfEveryRegionWhileRegionsComeAndGo) {
+    // Pools of every shape: regions from one page (several then share a MiB, which the quick
+    // path cannot tell apart) to 12 MiB, grown by small and by direct-mapped requests. After each
+    // pool, every region so far is looked up, so lists of every length are seen (an array filled
+    // to its last entry included).
     std::vector<MemoryPool*> pools;
-    for (unsigned long initial : {64 * 1024ul, 4 * kMiB, 100ul, 12 * kMiB}) {
-        pools.push_back(new MemoryPool("lookup", initial));
-        for (unsigned long size : {5 * kMiB, 1000ul, 9 * kMiB})
-            pools.back()->malloc(size);
-    }
-    // The plain scans: any region of any pool, and the pool of this test's region holding p.
     const auto inAnyRegion = [](const char* p) {
         for (const MMapRange& r : MemoryPool::allRanges()) {
             if (p >= static_cast<char*>(r.base) && p < static_cast<char*>(r.base) + r.size)
@@ -379,13 +377,22 @@ TEST(MemoryPool, LookupAgreesWithAScanOfEveryRegionWhileRegionsComeAndGo) {
         }
         return nullptr;
     };
-    for (MemoryPool* pool : pools) {
-        for (const MMapRange& r : pool->getRanges()) {
-            char* base = static_cast<char*>(r.base);
-            for (char* p : {base - 1, base, base + r.size / 2, base + r.size - 1, base + r.size}) {
-                EXPECT_EQ(MemoryPool::isPointerFromPool(p), inAnyRegion(p));
-                if (MemoryPool* owner = ownerOf(p)) {
-                    EXPECT_EQ(MemoryPool::poolOf(p), owner);
+    for (unsigned long initial : {64 * 1024ul, 4 * kMiB, 100ul, 12 * kMiB, 4096ul, 100ul, 8192ul,
+                                  64 * 1024ul, 4096ul, 4 * kMiB}) {
+        pools.push_back(new MemoryPool("lookup", initial));
+        if (initial >= 64 * 1024) {
+            for (unsigned long size : {5 * kMiB, 1000ul, 9 * kMiB})
+                pools.back()->malloc(size);
+        }
+        for (MemoryPool* pool : pools) {
+            for (const MMapRange& r : pool->getRanges()) {
+                char* base = static_cast<char*>(r.base);
+                for (char* p :
+                     {base - 1, base, base + 8, base + r.size / 2, base + r.size - 1, base + r.size}) {
+                    EXPECT_EQ(MemoryPool::isPointerFromPool(p), inAnyRegion(p));
+                    if (MemoryPool* owner = ownerOf(p)) {
+                        EXPECT_EQ(MemoryPool::poolOf(p), owner);
+                    }
                 }
             }
         }
@@ -577,6 +584,26 @@ TEST(ManagedDeleteDeathTest, EveryFreePathStopsOnABlockItCannotTakeBack) {
     };
     for (const auto& row : rows)
         EXPECT_DEATH(row.misuse(), row.message) << row.name;
+}
+
+// A size word made 32 bytes larger, ending where a chunk that looks sound was planted, passes the
+// boundary tags; the header's size still tells.
+TEST(ManagedDeleteDeathTest, ASizeWordThatDisagreesWithTheHeaderIsCaught) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto misuse = [] {
+        HeapManager hm;
+        auto* a = static_cast<char*>(hm.alloc(kSnug));
+        auto* b = static_cast<char*>(hm.alloc(kSnug));
+        auto* c = static_cast<char*>(hm.alloc(kSnug));
+        a[kSnug] = char(128 | 3);  // b's chunk is 96 bytes; now it reads 128, in use
+        // Where 128 bytes from b's chunk end: c's payload, 8 bytes in. A chunk of 48 bytes
+        // whose previous chunk is in use.
+        const std::size_t planted = 48 | 1;
+        std::memcpy(c + 8, &planted, sizeof planted);
+        doDelete(b);
+    };
+    EXPECT_DEATH(misuse(), "free\\(\\): invalid size \\(the block's header disagrees with its "
+                           "chunk\\): 0x[0-9a-f]+");
 }
 
 // Writing one to eight bytes past a block lands on the next block's size word; freeing that
