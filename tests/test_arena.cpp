@@ -149,6 +149,19 @@ TEST(Arena, BestFitTakesTheSmallestFreeChunkThenTheLowestAddress) {
     EXPECT_TRUE(t.healthy());
 }
 
+TEST(Arena, ASmallRequestTakesAFreeChunkOfItsSizeBeforeTheVictim) {
+    TestArena t;
+    void* hole = arena::malloc(t.a, 100);
+    ASSERT_NE(arena::malloc(t.a, 16), nullptr);  // keeps the hole from coalescing
+    arena::free(t.a, hole);
+    arena::trim(t.a, 0);  // from its quick list into the bins
+    // A request of another size splits the rest of the region, whose remainder becomes the
+    // victim; the next request of the hole's size still gets the hole.
+    ASSERT_NE(arena::malloc(t.a, 200), nullptr);
+    EXPECT_EQ(arena::malloc(t.a, 100), hole);
+    EXPECT_TRUE(t.healthy());
+}
+
 TEST(Arena, ManyTreeChunksComeBackByBestFit) {
     // Forty free chunks in three size trees, enough that their nodes have children on both
     // sides: twenty sizes, each twice. Hole i and hole i + 20 have the same size.
@@ -454,6 +467,7 @@ TEST(Arena, BadRequestsAndRefusedMapsGiveNullAndTheArenaStillWorks) {
               nullptr);
     EXPECT_EQ(arena::malloc(nullptr, 10), nullptr);
     EXPECT_EQ(arena::destroy(nullptr), 0u);
+    EXPECT_EQ(arena::trim(nullptr, 0), 0);
     EXPECT_FALSE(arena::setOption(arena::kGranularity, 3000)) << "not a power of two";
     EXPECT_FALSE(arena::setOption(arena::kGranularity, 1024)) << "below a page";
     const std::size_t granularity = arena::getOption(arena::kGranularity);
