@@ -413,6 +413,11 @@ TEST(ArenaDeathTest, FreeStopsTheProcessOnABlockItCannotTakeBack) {
              pool.free(p);
              pool.free(p);
          }, "free\\(\\): double free or invalid pointer \\(no block in use starts here\\): 0x[0-9a-f]+"},
+        {"block given to a pool that never had an arena", [] {
+             MemoryPool hopeless("hopeless", 64);
+             MemoryPool pool("a", kRegion);
+             hopeless.free(pool.malloc(64));
+         }, "free\\(\\): pointer not from this pool: 0x[0-9a-f]+"},
         {"block of another pool", [] {
              MemoryPool a("a", kRegion), b("b", kRegion);
              a.free(b.malloc(64));

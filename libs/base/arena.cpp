@@ -786,8 +786,10 @@ void* malloc(Arena a, std::size_t n) {
 }
 
 void free(Arena a, void* p) {
-    if (!a || !p)
+    if (!p)
         return;
+    if (!a)
+        reportBadFree("pointer not from this pool", p);
     if (a->locked) {
         lockedFree(a, p);
     } else {
