@@ -555,6 +555,7 @@ TEST(ManagedDeleteDeathTest, EveryFreePathStopsOnABlockItCannotTakeBack) {
              {
                  HeapManager shortLived;
                  p = shortLived.alloc(64);
+                 doDelete(shortLived.alloc(64));  // the pool has just seen this manager
              }
              doDelete(p);
          }, "free\\(\\): invalid pointer \\(its header names no manager of this pool\\): "
