@@ -262,9 +262,6 @@ struct ArenaState {
     std::uint64_t smallMap = 0;       // bit i: smallBins[i] is not empty
     std::uint64_t largeMap[4] = {};   // bit i: largeBins[i] is not empty
     Region* regions = nullptr;        // the first region is always last in this list
-    // A free chunk in no bin: the remainder of the last split made for a small request, which
-    // small requests are carved from next (counted in freeBytes and freeChunks).
-    Chunk* victim = nullptr;
     RegionIndex byAddress;            // the same regions in address order, for findRegion
     // A region found last in each MiB of address space (by address modulo the slots), tried
     // before the bisection: a pool's regions are 4 MiB or more, so only the MiB where one region
@@ -461,15 +458,7 @@ struct ArenaState {
     // The payload of a chunk of size bytes from the bins, marked in use; null when the system
     // refused more. Out of line, so that the quick-list path needs no saved registers.
     [[gnu::noinline]] void* takeFromBins(std::size_t size) {
-        const bool small = size < kLargeMin;
-        // A small request without a free chunk of its own size is carved from the victim, so a
-        // heap whose free memory lies in large chunks does not pay a tree search and a split
-        // for each one.
-        if (small && !smallBins[size >> 4] && victimFits(size))
-            return carveVictim(size);
         Chunk* c = takeBestFit(size);
-        if (!c && victimFits(size))
-            return carveVictim(size);
         // Before asking the system, see whether the quick lists hold enough once coalesced.
         if (!c && flushQuick())
             c = takeBestFit(size);
@@ -477,40 +466,8 @@ struct ArenaState {
             c = takeBestFit(size);
         if (!c)
             return nullptr;
-        carve(c, size, small);
+        carve(c, size);
         return payloadOf(c);
-    }
-
-    bool victimFits(std::size_t size) const { return victim && sizeOf(victim) >= size; }
-
-    void* carveVictim(std::size_t size) {
-        Chunk* c = victim;
-        victim = nullptr;
-        freeBytes -= sizeOf(c);
-        --freeChunks;
-        carve(c, size, true);
-        return payloadOf(c);
-    }
-
-    // Puts the victim into the bins like any free chunk.
-    void binVictim() {
-        if (Chunk* v = victim) {
-            victim = nullptr;
-            freeBytes -= sizeOf(v);
-            --freeChunks;
-            insertFree(v);
-        }
-    }
-
-    // Takes the free chunk c out of the bins, or out of the victim's place.
-    void unlinkFree(Chunk* c) {
-        if (c == victim) {
-            victim = nullptr;
-            freeBytes -= sizeOf(c);
-            --freeChunks;
-        } else {
-            removeFree(c);
-        }
     }
 
     // Returns the block p, which badFree passed: to its quick list when there is room, else
@@ -529,22 +486,15 @@ struct ArenaState {
         }
     }
 
-    // Marks the free (unbinned) chunk c in use for size bytes. A remainder large enough to be a
-    // chunk goes to the bins, or, with toVictim, becomes the victim (the old one is binned).
-    void carve(Chunk* c, std::size_t size, bool toVictim = false) {
+    // Marks the free (unbinned) chunk c in use for size bytes, returning any remainder large
+    // enough to be a chunk to the bins.
+    void carve(Chunk* c, std::size_t size) {
         const std::size_t whole = sizeOf(c);
         if (whole - size >= kMinChunk) {
             Chunk* rest = at(c, size);
             rest->head = (whole - size) | kPInUse;
             nextOf(rest)->prevFoot = whole - size;
-            if (toVictim) {
-                binVictim();
-                victim = rest;
-                freeBytes += whole - size;
-                ++freeChunks;
-            } else {
-                insertFree(rest);
-            }
+            insertFree(rest);
             c->head = size | kCInUse | (c->head & kPInUse);
         } else {
             size = whole;
@@ -566,14 +516,14 @@ struct ArenaState {
         std::size_t size = sizeOf(c);
         if (!prevInUse(c)) {
             Chunk* prev = reinterpret_cast<Chunk*>(reinterpret_cast<char*>(c) - c->prevFoot);
-            unlinkFree(prev);
+            removeFree(prev);
             size += sizeOf(prev);
             c->head = 0;  // now inside prev: a second free of it must not find "in use" here
             c = prev;
         }
         Chunk* next = at(c, size);
         if (!inUse(next)) {
-            unlinkFree(next);
+            removeFree(next);
             size += sizeOf(next);
             next = at(c, size);
         }
@@ -814,7 +764,6 @@ int trim(Arena a, std::size_t pad) {
         return 0;
     a->enter();
     a->flushQuick();
-    a->binVictim();
     int count = 0;
     for (Region* region = a->regions; a->unmap && region && !region->isFirst;) {
         Region* next = region->next;
@@ -946,7 +895,7 @@ struct Checker {
                         return fail("two free chunks touch (not coalesced)", c);
                     if (nextOf(c)->prevFoot != size)
                         return fail("free chunk footer wrong", c);
-                    if (!binned.count(c) && c != a->victim)
+                    if (!binned.count(c))
                         return fail("free chunk missing from the bins", c);
                     freeBytes += size;
                     ++freeChunks;
@@ -957,9 +906,7 @@ struct Checker {
             if (r->fence->head != (kCInUse | (prevUsed ? kPInUse : 0)))
                 return fail("fence damaged", r->fence);
         }
-        if (a->victim && (inUse(a->victim) || binned.count(a->victim)))
-            return fail("victim in use or in a bin", a->victim);
-        if (freeChunks != binned.size() + (a->victim ? 1 : 0))
+        if (freeChunks != binned.size())
             return fail("bins hold chunks outside every region", nullptr);
         if (quickSeen != quick.size())
             return fail("quick lists hold something that is not a chunk", nullptr);
