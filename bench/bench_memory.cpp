@@ -54,6 +54,10 @@ constexpr long kChurnSteps = 10000000;
 // Large blocks: 64 KiB..1 MiB, 64 live, 200,000 steps.
 constexpr std::size_t kLargeLive = 64;
 constexpr long kLargeSteps = 200000;
+// A big heap: the churn with 1,000,000 live blocks (about 264 MB).
+constexpr std::size_t kBigLive = 1000000;
+// Ageing: a phase of 20,000 blocks of 1..4096 bytes, all freed, before the churn.
+constexpr std::size_t kAgeBlocks = 20000;
 // Memory: the churn sizes with 100,000 live blocks.
 constexpr std::size_t kMemoryLive = 100000;
 constexpr long kMemorySteps = 10000000;
@@ -213,6 +217,29 @@ struct OwnPoolManager {
     void free(void* p) { a.free(p); }
 };
 
+// The path the library's own objects take: blocks placed with a manager, freed by doDelete.
+struct OwnPoolDelete {
+    OwnPool own;
+    void* alloc(std::size_t n) { return own.manager->alloc(n); }
+    void free(void* p) { doDelete(p); }
+};
+
+// A phase of a long-running program: kAgeBlocks blocks of 1..4096 bytes, each written, then all
+// freed in random order.
+template <class A>
+void age(A& a) {
+    Rng rng{4096};
+    std::vector<void*> blocks(kAgeBlocks);
+    for (void*& p : blocks) {
+        p = a.alloc(1 + rng.next() % 4096);
+        static_cast<char*>(p)[0] = 1;
+    }
+    for (std::size_t i = blocks.size(); i > 1; --i)
+        std::swap(blocks[i - 1], blocks[rng.next() % i]);
+    for (void* p : blocks)
+        a.free(p);
+}
+
 // Processor time of the whole process (every thread, user and system), in seconds. The machine
 // the benchmarks run on is shared, so wall time would count other programs' load.
 double cpuSeconds() {
@@ -256,6 +283,16 @@ double runWorkload(const std::string& workload, MakeA make) {
         ParkedThread parked;
         auto a = make();
         churn(*a, kChurnLive, kChurnSteps, 16, 512, 12345);
+    } else if (workload == "aged") {
+        // Only the churn is timed; the phase before it ages every allocator alike.
+        auto a = make();
+        age(*a);
+        const double begin = cpuSeconds();
+        churn(*a, kChurnLive, kChurnSteps, 16, 512, 12345);
+        return cpuSeconds() - begin;
+    } else if (workload == "big") {
+        auto a = make();
+        churn(*a, kBigLive, kChurnSteps, 16, 512, 12345);
     } else if (workload == "large") {
         auto a = make();
         churn(*a, kLargeLive, kLargeSteps, 64 * 1024, 1024 * 1024, 999, true);
@@ -268,6 +305,8 @@ double runWorkload(const std::string& workload, MakeA make) {
 double runNamed(const std::string& workload, const std::string& allocator) {
     if (allocator == "ours")
         return runWorkload(workload, [] { return std::make_unique<OwnPoolManager>(); });
+    if (allocator == "ours_delete")
+        return runWorkload(workload, [] { return std::make_unique<OwnPoolDelete>(); });
     if (allocator == "mimalloc" && mimalloc().available())
         return runWorkload(workload, [] { return std::make_unique<Loaded>(mimalloc()); });
     // glibc, or whatever malloc the child was started with (jemalloc preloaded).
@@ -546,6 +585,11 @@ VANTA_BENCH_TARGET("churn_manager", "glibc", 1.0);
 VANTA_BENCH_TARGET("churn_pool", "glibc", 1.0);
 VANTA_BENCH_TARGET("churn_2threads", "glibc", 1.0);
 VANTA_BENCH_TARGET("large", "glibc", 1.0);
+VANTA_BENCH_TARGET("churn_delete", "glibc", 1.0);
+VANTA_BENCH_TARGET("churn_delete_2threads", "glibc", 1.0);
+VANTA_BENCH_TARGET("aged_manager", "glibc", 1.0);
+VANTA_BENCH_TARGET("aged_delete", "glibc", 1.0);
+VANTA_BENCH_TARGET("big_delete", "glibc", 1.2);
 
 namespace {
 
@@ -575,11 +619,27 @@ std::map<std::string, double>& rowSeconds(const Row& row) {
         }
     }
     std::map<std::string, double>& least = measured[row.name];
+    std::string runs = std::string(row.name) + ": seconds of each run";
+    const auto median = [](std::vector<double> v) {
+        std::sort(v.begin(), v.end());
+        return v[v.size() / 2];
+    };
+    char text[64];
     for (const auto& [allocator, seconds] : times) {
         // A failed run (0) fails the allocator's figure.
-        const double fastest = *std::min_element(seconds.begin(), seconds.end());
-        least[allocator] = fastest;
+        least[allocator] = *std::min_element(seconds.begin(), seconds.end());
+        runs += "; " + allocator;
+        for (double run : seconds) {
+            std::snprintf(text, sizeof text, " %.3f", run);
+            runs += text;
+        }
+        if (allocator != "ours" && median(seconds) > 0) {
+            std::snprintf(text, sizeof text, " (median ours/%s %.3f)", allocator.c_str(),
+                          median(times.at("ours")) / median(seconds));
+            runs += text;
+        }
     }
+    vantabench::note(runs);
     return least;
 }
 
@@ -600,12 +660,19 @@ const bool sRegistered = [] {
             r.runs.push_back(peer);
         return r;
     };
-    auto named = [](const char* workload) { return [=] { return timedRun(workload, "ours"); }; };
+    auto named = [](const char* workload, const char* ours = "ours") {
+        return [=] { return timedRun(workload, ours); };
+    };
     static const std::vector<Row> rows = {
         row("churn_manager", kChurnSteps, named("churn"), "churn"),
         row("churn_pool", kChurnSteps, churnPoolOurs, "churn"),
         row("churn_2threads", 2 * kChurnSteps, named("churn2"), "churn2"),
         row("churn_threaded", kChurnSteps, named("churn_threaded"), "churn_threaded"),
+        row("churn_delete", kChurnSteps, named("churn", "ours_delete"), "churn"),
+        row("churn_delete_2threads", 2 * kChurnSteps, named("churn2", "ours_delete"), "churn2"),
+        row("aged_manager", kChurnSteps, named("aged"), "aged"),
+        row("aged_delete", kChurnSteps, named("aged", "ours_delete"), "aged"),
+        row("big_delete", kChurnSteps, named("big", "ours_delete"), "big"),
         row("large", kLargeSteps, named("large"), "large"),
         row("floor_2threads", 2 * kChurnSteps, churnFloorTwoThreads, "churn2"),
         row("churn_arena_unlocked", kChurnSteps, churnArenaOurs, "churn"),

@@ -149,6 +149,17 @@ TEST(Arena, BestFitTakesTheSmallestFreeChunkThenTheLowestAddress) {
     EXPECT_TRUE(t.healthy());
 }
 
+TEST(Arena, ASmallRequestTakesAFreeChunkOfItsOwnSizeFromTheBins) {
+    TestArena t;
+    void* hole = arena::malloc(t.a, 100);
+    ASSERT_NE(arena::malloc(t.a, 16), nullptr);  // keeps the hole from coalescing
+    arena::free(t.a, hole);
+    arena::trim(t.a, 0);  // from its quick list into the bins
+    // The rest of the region could serve it too; the exact fit is taken.
+    EXPECT_EQ(arena::malloc(t.a, 100), hole);
+    EXPECT_TRUE(t.healthy());
+}
+
 TEST(Arena, ManyTreeChunksComeBackByBestFit) {
     // Forty free chunks in three size trees, enough that their nodes have children on both
     // sides: twenty sizes, each twice. Hole i and hole i + 20 have the same size.
@@ -313,7 +324,6 @@ TEST(Arena, CheckFindsDamage) {
         std::string why;
         EXPECT_FALSE(arena::check(t.a, &why)) << row.name;
         EXPECT_FALSE(why.empty()) << row.name;
-        t.a = nullptr;  // damaged: unmap the regions without walking them
     }
 }
 
@@ -361,11 +371,26 @@ TEST(Arena, CheckFindsATreeRotatedOutOfPriorityOrder) {
     std::string why;
     EXPECT_FALSE(arena::check(t.a, &why));
     EXPECT_NE(why.find("priorities"), std::string::npos) << why;
-    t.a = nullptr;  // damaged: unmap the regions without walking them
 }
 
+namespace {
+
+// Frees the pointer offset bytes into a zeroed block of a fresh pool, after planting a word that
+// reads as the size of a small chunk in use (48 bytes, in use, the one before in use) just
+// before it, where a free looks for its chunk's size.
+void freeAfterPlantedSize(std::size_t offset) {
+    MemoryPool pool("a", 4194304);
+    auto* p = static_cast<char*>(pool.malloc(256));
+    std::memset(p, 0, 256);
+    sizeWord(p + offset) = 48 | 3;
+    pool.free(p + offset);
+}
+
+}  // namespace
+
 TEST(ArenaDeathTest, FreeStopsTheProcessOnABlockItCannotTakeBack) {
-    // Going on would hand one block to two callers, or give pool A a block of pool B.
+    // Going on would hand one block to two callers, give pool A a block of pool B, or hand out
+    // memory still in use (unaligned, or overlapping its neighbour).
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     constexpr unsigned long kRegion = 4194304;
     const struct {
@@ -385,7 +410,12 @@ TEST(ArenaDeathTest, FreeStopsTheProcessOnABlockItCannotTakeBack) {
              pool.malloc(64);  // keeps the block from merging into the free space after it
              pool.free(p);
              pool.free(p);
-         }, "free\\(\\): double free detected: 0x[0-9a-f]+"},
+         }, "free\\(\\): double free or invalid pointer \\(no block in use starts here\\): 0x[0-9a-f]+"},
+        {"block given to a pool that never had an arena", [] {
+             MemoryPool hopeless("hopeless", 64);
+             MemoryPool pool("a", kRegion);
+             hopeless.free(pool.malloc(64));
+         }, "free\\(\\): pointer not from this pool: 0x[0-9a-f]+"},
         {"block of another pool", [] {
              MemoryPool a("a", kRegion), b("b", kRegion);
              a.free(b.malloc(64));
@@ -397,10 +427,20 @@ TEST(ArenaDeathTest, FreeStopsTheProcessOnABlockItCannotTakeBack) {
              arena::trim(t.a, 0);    // and goes back to the system
              arena::free(t.a, big);
          }, "free\\(\\): pointer not from this pool: 0x[0-9a-f]+"},
-        {"pointer inside a block", [] {
+        {"pointer inside a block, after a word that looks like a size in use",
+         [] { freeAfterPlantedSize(64); }, "free\\(\\): invalid next size: 0x[0-9a-f]+"},
+        {"misaligned pointer", [] { freeAfterPlantedSize(8); },
+         "free\\(\\): invalid pointer \\(misaligned\\): 0x[0-9a-f]+"},
+        {"size word overwritten by the block before", [] {
              MemoryPool pool("a", kRegion);
-             pool.free(static_cast<char*>(pool.malloc(256)) + 64);
-         }, "free\\(\\): "},
+             auto* a = static_cast<char*>(pool.malloc(88));  // ends exactly at b's size word
+             auto* b = static_cast<char*>(pool.malloc(88));
+             std::memset(b, 0, 88);
+             pool.malloc(88);
+             ASSERT_EQ(a + 88, b - 8);
+             a[88] = 48 | 3;  // one byte too many
+             pool.free(b);
+         }, "free\\(\\): invalid next size: 0x[0-9a-f]+"},
     };
     for (const auto& row : rows)
         EXPECT_DEATH(row.misuse(), row.message) << row.name;
@@ -430,6 +470,7 @@ TEST(Arena, BadRequestsAndRefusedMapsGiveNullAndTheArenaStillWorks) {
               nullptr);
     EXPECT_EQ(arena::malloc(nullptr, 10), nullptr);
     EXPECT_EQ(arena::destroy(nullptr), 0u);
+    EXPECT_EQ(arena::trim(nullptr, 0), 0);
     EXPECT_FALSE(arena::setOption(arena::kGranularity, 3000)) << "not a power of two";
     EXPECT_FALSE(arena::setOption(arena::kGranularity, 1024)) << "below a page";
     const std::size_t granularity = arena::getOption(arena::kGranularity);

@@ -9,6 +9,9 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <vector>
@@ -328,6 +331,99 @@ TEST(CLibraryBlocks, CallocZeroesReusedBlocks) {
     }
 }
 
+// One manager shared by two threads, and the pool's own count changed by both at the same time:
+// every count ends exactly where it started.
+TEST(HeapManager, CountsStayExactWhenThreadsShareAManagerAndAPool) {
+    auto* pool = new MemoryPool("shared counts", 4 * kMiB);
+    HeapManager manager(pool);
+    vantatest::runThreads(2, [&](int t) {
+        std::mt19937 rng(unsigned(t) + 11);
+        for (int op = 0; op < 200000; ++op) {
+            const unsigned long size = 1 + rng() % 300;
+            void* p = manager.alloc(size);
+            pool->addAllocation(size);
+            if (op % 2)
+                doDelete(p);
+            else
+                manager.free(p);
+            pool->subtractAllocation(size);
+        }
+    });
+    EXPECT_EQ(manager.getAllocatedSize(), 0u);
+    EXPECT_EQ(pool->getAllocatedMemory(), 0u);
+}
+
+// The lock-free lookup gives the answer of a plain scan of every region, for pools of every
+// shape, and keeps finding a pool's blocks while other threads map and unmap regions.
+TEST(MemoryPool, LookupAgreesWithAScanOfEveryRegionWhileRegionsComeAndGo) {
+    // Pools of every shape: regions from one page (several then share a MiB, which the quick
+    // path cannot tell apart) to 12 MiB, grown by small and by direct-mapped requests. After each
+    // pool, every region so far is looked up, so lists of every length are seen (an array filled
+    // to its last entry included).
+    std::vector<MemoryPool*> pools;
+    const auto inAnyRegion = [](const char* p) {
+        for (const MMapRange& r : MemoryPool::allRanges()) {
+            if (p >= static_cast<char*>(r.base) && p < static_cast<char*>(r.base) + r.size)
+                return true;
+        }
+        return false;
+    };
+    const auto ownerOf = [&](const char* p) -> MemoryPool* {
+        for (MemoryPool* pool : pools) {
+            for (const MMapRange& r : pool->getRanges()) {
+                if (p >= static_cast<char*>(r.base) && p < static_cast<char*>(r.base) + r.size)
+                    return pool;
+            }
+        }
+        return nullptr;
+    };
+    for (unsigned long initial : {64 * 1024ul, 4 * kMiB, 100ul, 12 * kMiB, 4096ul, 100ul, 8192ul,
+                                  64 * 1024ul, 4096ul, 4 * kMiB}) {
+        pools.push_back(new MemoryPool("lookup", initial));
+        if (initial >= 64 * 1024) {
+            for (unsigned long size : {5 * kMiB, 1000ul, 9 * kMiB})
+                pools.back()->malloc(size);
+        }
+        for (MemoryPool* pool : pools) {
+            for (const MMapRange& r : pool->getRanges()) {
+                char* base = static_cast<char*>(r.base);
+                for (char* p :
+                     {base - 1, base, base + 8, base + r.size / 2, base + r.size - 1, base + r.size}) {
+                    EXPECT_EQ(MemoryPool::isPointerFromPool(p), inAnyRegion(p));
+                    if (MemoryPool* owner = ownerOf(p)) {
+                        EXPECT_EQ(MemoryPool::poolOf(p), owner);
+                    }
+                }
+            }
+        }
+    }
+
+    // Readers look up the blocks of one pool while a writer makes and drops pools.
+    MemoryPool* steady = pools.front();
+    std::vector<void*> blocks;
+    for (int i = 0; i < 64; ++i)
+        blocks.push_back(steady->malloc(100000));
+    std::atomic<bool> done{false};
+    std::atomic<long> wrong{0};
+    vantatest::runThreads(3, [&](int t) {
+        if (t == 0) {
+            for (int round = 0; round < 300; ++round) {
+                MemoryPool churned("churned", 64 * 1024);
+                churned.malloc(5 * kMiB);
+            }
+            done = true;
+            return;
+        }
+        while (!done) {
+            for (void* p : blocks)
+                wrong += MemoryPool::poolOf(p) != steady;
+        }
+    });
+    EXPECT_EQ(wrong.load(), 0);
+    for (MemoryPool* pool : pools)
+        delete pool;
+}
+
 TEST(HeapManager, ThreadsWithTheirOwnManagersShareOnePool) {
     auto* pool = new MemoryPool("threads", 4 * kMiB);
     unsigned long leftover[2] = {1, 1};
@@ -368,4 +464,173 @@ TEST(HeapManagerDeathTest, UsesTheClientsDefaultPool) {
                HeapManager::sDefaultPool.load() == client;
     };
     EXPECT_EXIT(std::_Exit(firstManagers() ? 0 : 1), ::testing::ExitedWithCode(0), "");
+}
+
+namespace {
+
+// What a planted table makes a call through a forged manager word run.
+[[noreturn]] void planted() {
+    std::fputs("planted code ran\n", stderr);
+    std::_Exit(7);
+}
+
+// The pointer as it is, out of the compiler's sight: a second delete is the misuse under test.
+template <class T>
+T* hidden(T* p) {
+    asm volatile("" : "+r"(p));
+    return p;
+}
+
+// Managed blocks of 72 bytes take 96-byte chunks: the payload ends at the next chunk's size word.
+constexpr unsigned long kSnug = 72;
+
+}  // namespace
+
+// Every public way of freeing a managed block stops the process on a block it cannot take back,
+// naming the pointer, before it trusts (or calls through) any word of the block.
+TEST(ManagedDeleteDeathTest, EveryFreePathStopsOnABlockItCannotTakeBack) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const char* const kDouble = "free\\(\\): double free detected: 0x[0-9a-f]+";
+    const char* const kGone = "free\\(\\): double free or invalid pointer \\(no block in use "
+                              "starts here\\): 0x[0-9a-f]+";
+    const struct {
+        const char* name;
+        void (*misuse)();
+        const char* message;
+    } rows[] = {
+        {"doDelete twice", [] {
+             HeapManager hm;
+             void* p = hm.alloc(64);
+             doDelete(p);
+             doDelete(p);
+         }, kDouble},
+        {"Free twice, 200 KiB", [] {
+             HeapManager hm;
+             void* p = hm.alloc(200 * 1024);
+             hm.alloc(64);  // keeps the block from merging into the free space after it
+             Free(p);
+             Free(p);
+         }, kGone},
+        {"delete twice of an object placed with a manager", [] {
+             HeapManager hm;
+             Managed* object = new (&hm) Managed;
+             delete object;
+             delete hidden(object);
+         }, kDouble},
+        {"delete[] twice", [] {
+             HeapManager hm;
+             Managed* array = new (&hm) Managed[30];
+             delete[] array;
+             delete[] hidden(array);
+         }, kGone},
+        {"HeapBuffer destroyed after its storage was freed", [] {
+             HeapManager hm;
+             auto* buffer = new HeapBuffer(&hm, 64, 16);
+             hm.free(buffer->getData());
+             delete buffer;
+         }, kDouble},
+        {"manager free twice", [] {
+             HeapManager hm;
+             void* p = hm.alloc(64);
+             hm.free(p);
+             hm.free(p);
+         }, kDouble},
+        {"doDelete of a pointer inside a block", [] {
+             HeapManager hm;
+             auto* p = static_cast<char*>(hm.alloc(256));
+             std::memset(p, 0, 256);
+             doDelete(p + 32);
+         }, kGone},
+        {"doDelete of a misaligned pointer", [] {
+             HeapManager hm;
+             doDelete(static_cast<char*>(hm.alloc(256)) + 8);
+         }, "free\\(\\): invalid pointer \\(misaligned\\): 0x[0-9a-f]+"},
+        {"block of one manager freed through another of the same pool", [] {
+             HeapManager a, b;
+             ASSERT_EQ(a.getPool(), b.getPool());
+             b.free(a.alloc(64));
+         }, "free\\(\\): invalid pointer \\(a block of another manager\\): 0x[0-9a-f]+"},
+        {"block whose manager is gone", [] {
+             void* p = nullptr;
+             {
+                 HeapManager shortLived;
+                 p = shortLived.alloc(64);
+                 doDelete(shortLived.alloc(64));  // the pool has just seen this manager
+             }
+             doDelete(p);
+         }, "free\\(\\): invalid pointer \\(its header names no manager of this pool\\): "
+            "0x[0-9a-f]+"},
+        {"pool block without a header", [] {
+             HeapManager hm;
+             auto* p = static_cast<char*>(hm.getPool()->malloc(64));
+             std::memset(p, 0, 64);
+             doDelete(p + 16);  // a chunk of its own would start here if p held a header
+         }, "free\\(\\): "},
+        {"a second doDelete calling through a table planted in the block before", [] {
+             // After the first free, the block's manager word links to the next chunk of its
+             // size, whose first word is the last word of the block before it: ordinary data.
+             static void* table[8];
+             for (void*& slot : table)
+                 slot = reinterpret_cast<void*>(&planted);
+             HeapManager hm;
+             auto* z = static_cast<char*>(hm.alloc(kSnug));
+             auto* y = static_cast<char*>(hm.alloc(kSnug));
+             auto* x = static_cast<char*>(hm.alloc(kSnug));
+             void* vtable = table;
+             std::memcpy(z + 64, &vtable, sizeof vtable);
+             doDelete(y);
+             doDelete(x);
+             doDelete(x);
+         }, kDouble},
+    };
+    for (const auto& row : rows)
+        EXPECT_DEATH(row.misuse(), row.message) << row.name;
+}
+
+// A size word made 32 bytes larger, ending where a chunk that looks sound was planted, passes the
+// boundary tags; the header's size still tells.
+TEST(ManagedDeleteDeathTest, ASizeWordThatDisagreesWithTheHeaderIsCaught) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto misuse = [] {
+        HeapManager hm;
+        auto* a = static_cast<char*>(hm.alloc(kSnug));
+        auto* b = static_cast<char*>(hm.alloc(kSnug));
+        auto* c = static_cast<char*>(hm.alloc(kSnug));
+        a[kSnug] = char(128 | 3);  // b's chunk is 96 bytes; now it reads 128, in use
+        // Where 128 bytes from b's chunk end: c's payload, 8 bytes in. A chunk of 48 bytes
+        // whose previous chunk is in use.
+        const std::size_t planted = 48 | 1;
+        std::memcpy(c + 8, &planted, sizeof planted);
+        doDelete(b);
+    };
+    EXPECT_DEATH(misuse(), "free\\(\\): invalid size \\(the block's header disagrees with its "
+                           "chunk\\): 0x[0-9a-f]+");
+}
+
+// Writing one to eight bytes past a block lands on the next block's size word; freeing that
+// block then stops, through the manager and through doDelete, whatever the bytes say.
+TEST(ManagedDeleteDeathTest, OverflowIntoTheNextSizeWordIsCaughtByTheNextFree) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    for (bool viaManager : {false, true}) {
+        for (unsigned char fill : {0x03, 0x43, 0x73}) {  // each reads as a chunk in use: of size
+                                                        // 0, smaller, larger
+            for (std::size_t overflow = 1; overflow <= 8; ++overflow) {
+                const auto misuse = [&] {
+                    HeapManager hm;
+                    auto* a = static_cast<char*>(hm.alloc(kSnug));
+                    auto* b = static_cast<char*>(hm.alloc(kSnug));
+                    std::memset(b, 0, kSnug);
+                    hm.alloc(kSnug);
+                    std::memset(a + kSnug, fill, overflow);
+                    if (viaManager)
+                        hm.free(b);
+                    else
+                        doDelete(b);
+                };
+                EXPECT_DEATH(misuse(), "free\\(\\): invalid (next )?size.*: 0x[0-9a-f]+")
+                    << "fill " << int(fill) << ", " << overflow << " bytes, "
+                    << (viaManager ? "manager free" : "doDelete");
+            }
+        }
+    }
 }

@@ -43,6 +43,7 @@ constexpr std::size_t kLargeMin = 1024;    // chunks from here on live in trees
 constexpr int kSmallBins = 64;             // index = size / 16, sizes 32..1008
 constexpr int kLargeBins = 4 * (64 - 10);  // four bins per power of two from 1 KiB
 constexpr unsigned kQuickLimit = 64;       // chunks per quick list
+constexpr std::size_t kRegionSlots = 1024;  // remembered regions, by MiB of address space
 constexpr std::size_t kMaxRequest = std::size_t(1) << 60;
 constexpr std::size_t kPage = 4096;
 
@@ -183,13 +184,69 @@ std::atomic<std::size_t> gTrimThreshold{std::size_t(2) * 1024 * 1024};
 
 bool mapFailed(void* p) { return !p || p == kMapFailed; }
 
-// Going on would hand the block out twice or corrupt the heap for later callers.
-[[noreturn, gnu::cold, gnu::noinline]] void stopOnBadFree(const char* fault, const void* p) {
+}  // namespace
+
+namespace {
+
+// The regions of an arena in address order, for bisection. Its storage is a mapping of its own,
+// like the regions, so an arena needs no memory from the C library heap.
+class RegionIndex {
+public:
+    RegionIndex() = default;
+    RegionIndex(const RegionIndex&) = delete;
+    RegionIndex& operator=(const RegionIndex&) = delete;
+    ~RegionIndex() {
+        if (mItems)
+            defaultUnmap(mItems, mCapacity * sizeof(Region*));
+    }
+
+    Region** begin() const { return mItems; }
+    Region** end() const { return mItems + mCount; }
+
+    // Room for one more region; false when the system refuses the memory for it.
+    bool reserveOne() {
+        if (mCount < mCapacity)
+            return true;
+        const std::size_t capacity = mCapacity ? 2 * mCapacity : kPage / sizeof(Region*);
+        void* grown = defaultMap(capacity * sizeof(Region*));
+        if (mapFailed(grown))
+            return false;
+        if (mItems) {
+            std::copy(begin(), end(), static_cast<Region**>(grown));
+            defaultUnmap(mItems, mCapacity * sizeof(Region*));
+        }
+        mItems = static_cast<Region**>(grown);
+        mCapacity = capacity;
+        return true;
+    }
+    // Inserts r in address order; reserveOne must have made room.
+    void insert(Region* r) {
+        Region** at = std::upper_bound(begin(), end(), r, [](const Region* a, const Region* b) {
+            return a->first < b->first;
+        });
+        std::copy_backward(at, end(), end() + 1);
+        *at = r;
+        ++mCount;
+    }
+    void erase(const Region* r) {
+        Region** at = std::find(begin(), end(), r);
+        if (at != end()) {
+            std::copy(at + 1, end(), at);
+            --mCount;
+        }
+    }
+
+private:
+    Region** mItems = nullptr;
+    std::size_t mCount = 0, mCapacity = 0;
+};
+
+}  // namespace
+
+void reportBadFree(const char* fault, const void* p) {
     std::fprintf(stderr, "free(): %s: %p\n", fault, p);
     std::abort();
 }
-
-}  // namespace
 
 struct ArenaState {
     // What every quick malloc and free reads or writes, at the front: the bounds of the region
@@ -205,6 +262,11 @@ struct ArenaState {
     std::uint64_t smallMap = 0;       // bit i: smallBins[i] is not empty
     std::uint64_t largeMap[4] = {};   // bit i: largeBins[i] is not empty
     Region* regions = nullptr;        // the first region is always last in this list
+    RegionIndex byAddress;            // the same regions in address order, for findRegion
+    // A region found last in each MiB of address space (by address modulo the slots), tried
+    // before the bisection: a pool's regions are 4 MiB or more, so only the MiB where one region
+    // ends and the next begins is shared, and most frees find their region here.
+    const Region* regionNear[kRegionSlots] = {};
     DirectMapFn directMap;
     MapFn map;
     BreakFn brk;
@@ -224,47 +286,77 @@ struct ArenaState {
             lock.exit();
     }
 
-    // Why freeing c would damage the heap, or null when it is a chunk of ours in use: inside one
-    // of this arena's regions (the last one a free found is tried first), marked in use and not
-    // waiting in a quick list. The size is checked by badSize, on the path that reads the
-    // neighbour anyway: a quick-listed free touches no other chunk, and stays that cheap.
-    const char* badFree(const Chunk* c) {
+    // Why freeing the block p would damage the heap, or null when p is the payload of a chunk of
+    // this arena in use. Each step reads only what the steps before proved to be ours: p is
+    // aligned as payloads are, its chunk lies inside one of this arena's regions (the region of
+    // the last free is tried first), is marked in use and not waiting in a quick list, and its
+    // size ends inside that region at a chunk that records it as in use and whose own size is
+    // sane: the boundary tags on both sides agree.
+    const char* badFree(const void* p) {
+        if ((reinterpret_cast<std::uintptr_t>(p) & kFlags) != 0)
+            return "invalid pointer (misaligned)";
+        const Chunk* c = chunkOf(p);
         const char* at = reinterpret_cast<const char*>(c);
-        if ((at < lastLow || at >= lastHigh) && !findRegion(c))
+        if ((at < lastLow || at >= lastHigh) && !nearRegion(c) && !findRegion(c))
             return "pointer not from this pool";
-        if ((c->head & (kCInUse | kQuick)) != kCInUse)
+        if (c->head & kQuick)
             return "double free detected";
+        if (!inUse(c))
+            return "double free or invalid pointer (no block in use starts here)";
+        const std::size_t size = sizeOf(c);
+        if (size < kMinChunk || size > std::size_t(lastHigh - at))
+            return "invalid size";
+        const Chunk* next = nextOf(const_cast<Chunk*>(c));
+        const std::size_t nextSize = sizeOf(next);
+        if (!prevInUse(next) ||
+            (reinterpret_cast<const char*>(next) != lastHigh &&
+             (nextSize < kMinChunk ||
+              nextSize > std::size_t(lastHigh - reinterpret_cast<const char*>(next)))))
+            return "invalid next size";
         return nullptr;
+    }
+
+    // Makes the region remembered for c's MiB of address space the one tried first when it
+    // holds c; false when it does not.
+    bool nearRegion(const Chunk* c) {
+        const Region* r = regionNear[regionSlot(c)];
+        if (!r || !inside(r, c))
+            return false;
+        lastLow = reinterpret_cast<const char*>(r->first);
+        lastHigh = reinterpret_cast<const char*>(r->fence);
+        return true;
+    }
+
+    // Makes the region holding c the one tried first; false when no region of this arena
+    // holds it. A bisection of the regions in address order, so the cost grows with the log of
+    // their number. Out of line: most frees fall in the region of the one before.
+    [[gnu::noinline]] bool findRegion(const Chunk* c) {
+        const char* at = reinterpret_cast<const char*>(c);
+        auto after = std::upper_bound(
+            byAddress.begin(), byAddress.end(), at,
+            [](const char* a, const Region* r) { return a < reinterpret_cast<char*>(r->first); });
+        if (after == byAddress.begin())
+            return false;
+        const Region* r = *(after - 1);
+        if (at >= reinterpret_cast<char*>(r->fence))
+            return false;
+        regionNear[regionSlot(c)] = r;
+        lastLow = reinterpret_cast<const char*>(r->first);
+        lastHigh = reinterpret_cast<const char*>(r->fence);
+        return true;
     }
 
     static bool inside(const Region* r, const Chunk* c) {
         return reinterpret_cast<const char*>(c) >= reinterpret_cast<char*>(r->first) &&
                reinterpret_cast<const char*>(c) < reinterpret_cast<char*>(r->fence);
     }
-
-    // Makes the region holding c the one tried first; false when no region of this arena
-    // holds it. Out of line: most frees fall in the region of the one before.
-    [[gnu::noinline]] bool findRegion(const Chunk* c) {
-        Region* r = regions;
-        while (r && !inside(r, c))
-            r = r->next;
-        if (r) {
-            lastLow = reinterpret_cast<const char*>(r->first);
-            lastHigh = reinterpret_cast<const char*>(r->fence);
-        }
-        return r != nullptr;
+    // The slot of regionNear for the MiB of address space around c.
+    static std::size_t regionSlot(const void* c) {
+        return (reinterpret_cast<std::uintptr_t>(c) >> 20) % kRegionSlots;
     }
 
-    // Why c's size cannot be trusted, or null when it ends inside c's region (found by badFree)
-    // at a chunk that records c as in use.
-    const char* badSize(Chunk* c) const {
-        const std::size_t size = sizeOf(c);
-        if (size < kMinChunk ||
-            reinterpret_cast<const char*>(c) + size > lastHigh ||
-            !prevInUse(at(c, size)))
-            return "invalid size (a damaged chunk, or not the start of a block)";
-        return nullptr;
-    }
+    // Room in the region index for one more region; false when memory for it cannot be had.
+    bool indexRoom() { return byAddress.reserveOne(); }
 
     void insertFree(Chunk* c) {
         const std::size_t size = sizeOf(c);
@@ -378,12 +470,10 @@ struct ArenaState {
         return payloadOf(c);
     }
 
-    // Returns the block p: to its quick list when there is room, else into the bins.
+    // Returns the block p, which badFree passed: to its quick list when there is room, else
+    // into the bins.
     void deallocate(void* p) {
         Chunk* c = chunkOf(p);
-        // First: it reads nothing outside this arena's regions.
-        if (const char* fault = badFree(c))
-            stopOnBadFree(fault, p);
         const std::size_t size = sizeOf(c);
         const int i = int(size >> 4);
         if (size < kLargeMin && quickCount[i] < kQuickLimit) {
@@ -392,7 +482,7 @@ struct ArenaState {
             quick[i] = c;
             ++quickCount[i];
         } else {
-            freeToBins(c, p);
+            freeToBins(c);
         }
     }
 
@@ -414,11 +504,8 @@ struct ArenaState {
         markedBytes += size;
     }
 
-    // Frees the chunk c of block p into the bins, once its size word proves trustworthy.
     // Out of line, so that the quick-list path of free stays short.
-    [[gnu::noinline]] void freeToBins(Chunk* c, void* p) {
-        if (const char* fault = badSize(c))
-            stopOnBadFree(fault, p);
+    [[gnu::noinline]] void freeToBins(Chunk* c) {
         markedBytes -= sizeOf(c);
         coalesceAndBin(c);
     }
@@ -488,6 +575,7 @@ struct ArenaState {
         // New regions go to the front; the first region stays last, where destroy skips it.
         record->next = regions;
         regions = record;
+byAddress.insert(record);  // indexRoom made room
         ++regionCount;
         footprint += size;
         insertFree(first);
@@ -495,6 +583,8 @@ struct ArenaState {
 
     // Obtains a region that can hold a chunk of size bytes. False when every way failed.
     bool grow(std::size_t size) {
+        if (!indexRoom())
+            return false;
         const std::size_t overhead = kAlign + sizeof(Region) + 2 * kAlign;
         const std::size_t need = size + overhead;
         const std::size_t granule = gGranularity.load(std::memory_order_relaxed);
@@ -524,6 +614,11 @@ struct ArenaState {
         while (*link != region)
             link = &(*link)->next;
         *link = region->next;
+        byAddress.erase(region);
+        for (const Region*& remembered : regionNear) {
+            if (remembered == region)
+                remembered = nullptr;
+        }
         if (lastLow == reinterpret_cast<const char*>(region->first))
             lastLow = lastHigh = nullptr;
         --regionCount;
@@ -580,6 +675,10 @@ Arena create(void* base, std::size_t capacity, bool locked, DirectMapFn directMa
     if (capacity < lead + stateBytes + kMinChunk + tail)
         return nullptr;
     ArenaState* state = new (start) ArenaState;
+    if (!state->indexRoom()) {
+        state->~ArenaState();
+        return nullptr;
+    }
     state->directMap = directMap;
     state->map = map;
     state->brk = brk;
@@ -620,6 +719,8 @@ namespace {
 
 [[gnu::noinline]] void lockedFree(Arena a, void* p) {
     a->enter();
+    if (const char* fault = a->badFree(p))
+        reportBadFree(fault, p);
     a->deallocate(p);
     a->exit();
 }
@@ -635,13 +736,24 @@ void* malloc(Arena a, std::size_t n) {
 }
 
 void free(Arena a, void* p) {
-    if (!a || !p)
+    if (!p)
         return;
-    if (a->locked)
+    if (!a)
+        reportBadFree("pointer not from this pool", p);
+    if (a->locked) {
         lockedFree(a, p);
-    else
+    } else {
+        if (const char* fault = a->badFree(p))
+            reportBadFree(fault, p);
         a->deallocate(p);
+    }
 }
+
+const char* badFree(Arena a, const void* p) {
+    return a ? a->badFree(p) : "pointer not from this pool";
+}
+
+void freeChecked(Arena a, void* p) { a->deallocate(p); }
 
 std::size_t usableSize(const void* p) {
     return p ? sizeOf(chunkOf(p)) - sizeof(std::size_t) : 0;

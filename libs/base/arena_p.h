@@ -64,8 +64,19 @@ std::size_t destroy(Arena arena);
 // A block of at least size bytes, 16-byte aligned; size 0 gives the smallest block.
 // Null when no region could be obtained.
 void* malloc(Arena arena, std::size_t size);
-// Returns a block from malloc of this arena; null does nothing.
+// Returns a block from malloc of this arena; null does nothing. A pointer that is not a block
+// of this arena in use stops the process (see badFree).
 void free(Arena arena, void* p);
+// Why freeing p would damage the heap (what reportBadFree prints), or null when p is a block
+// of this arena in use: aligned as blocks are, inside one of the arena's regions, marked in use
+// and not freed already, with boundary tags that agree with the chunks on both sides. Reads
+// nothing outside the arena's regions. Unlocked: the caller serialises it with every other call.
+const char* badFree(Arena arena, const void* p);
+// free, for a block that badFree has just passed.
+void freeChecked(Arena arena, void* p);
+// Writes "free(): <fault>: <p>" to standard error and aborts, as the C library stops on a bad
+// free: going on would hand one block to two callers or corrupt the heap for later ones.
+[[noreturn, gnu::cold]] void reportBadFree(const char* fault, const void* p);
 // The bytes usable in a block from malloc (at least what was asked).
 std::size_t usableSize(const void* p);
 // Coalesces the chunks waiting in the quick lists, then returns wholly free regions (never the

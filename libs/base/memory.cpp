@@ -7,22 +7,11 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <typeinfo>
 
 namespace vanta {
 
 namespace {
-
-// The header before every managed payload: two words, so payloads keep the pool's alignment.
-struct BlockHeader {
-    MemoryManager* manager;
-    unsigned long size;
-};
-static_assert(sizeof(BlockHeader) == HeapManager::kHeaderSize);
-
-inline BlockHeader* headerOf(const void* payload) {
-    return reinterpret_cast<BlockHeader*>(const_cast<char*>(static_cast<const char*>(payload)) -
-                                          sizeof(BlockHeader));
-}
 
 constexpr unsigned long kDefaultPoolSize = 4194304;
 
@@ -35,10 +24,20 @@ void* doNew(unsigned long size, MemoryManager* mm) {
 void doDelete(void* p, MemoryManager*) {
     if (!p)
         return;
-    if (!MemoryPool::isPointerFromPool(p))
+    MemoryPool* pool = MemoryPool::poolOf(p);
+    if (!pool) {
         std::free(p);
-    else
-        headerOf(p)->manager->free(p);
+        return;
+    }
+    HeapManager* owner = pool->lockBlock(p);
+    // The header names a live manager of this pool: its own free runs. For a plain HeapManager
+    // that is the release below, done under the lock already held instead of taking it again.
+    if (typeid(*owner) == typeid(HeapManager)) {
+        pool->releaseBlock(owner, p);
+    } else {
+        pool->unlock();
+        owner->free(p);
+    }
 }
 
 void* Malloc(unsigned long size, MemoryManager* mm) { return doNew(size, mm); }
@@ -83,12 +82,16 @@ HeapManager::HeapManager(MemoryPool* pool) : mPool(pool) {
                 delete fresh;
         }
     }
-    if (mPool)
+    if (mPool) {
         TestThenAdd(mPool->refCount(), 1);
+        mPool->addManager(this);
+    }
 }
 
 HeapManager::~HeapManager() {
     clear();
+    if (mPool)
+        mPool->removeManager(this);
     if (mPool && TestThenAdd(mPool->refCount(), -1) == 1)
         delete mPool;
 }
@@ -97,25 +100,18 @@ void* HeapManager::alloc(unsigned long size) {
     // The header must fit too; a size this close to the limit cannot be served anyway.
     if (!mPool || size > ~0ul - kHeaderSize)
         return nullptr;
-    auto* header = static_cast<BlockHeader*>(mPool->mallocCounted(size + kHeaderSize, size));
-    if (!header)
-        return nullptr;
-    header->manager = this;
-    header->size = size;
-    // A plain read and write: exact for a manager used by one thread at a time, approximate
-    // (never torn) for one shared by threads, which is all its users may rely on.
-    mAllocatedSize.store(mAllocatedSize.load(std::memory_order_relaxed) + size,
-                         std::memory_order_relaxed);
-    return header + 1;
+    return mPool->allocManaged(this, size);
 }
 
 void HeapManager::free(void* p) {
     if (!p)
         return;
-    BlockHeader* header = headerOf(p);
-    mAllocatedSize.store(mAllocatedSize.load(std::memory_order_relaxed) - header->size,
-                         std::memory_order_relaxed);
-    mPool->freeCounted(header, header->size);
+    if (!mPool)
+        arena::reportBadFree("pointer not from this pool", p);
+    HeapManager* owner = mPool->lockBlock(p);
+    if (owner != this)
+        arena::reportBadFree("invalid pointer (a block of another manager)", p);
+    mPool->releaseBlock(this, p);
 }
 
 void* HeapManager::allocAligned(unsigned long size, unsigned long) { return alloc(size); }

@@ -20,7 +20,8 @@ class MemoryPool;
 VANTA_EXPORT void* doNew(unsigned long size, MemoryManager* mm = nullptr);
 /// Frees a block from doNew, whichever heap it came from: a pool block goes to the manager named
 /// in its header, any other to the C library's free. Null does nothing. The manager argument is
-/// ignored.
+/// ignored. A pool block is checked before its header is trusted, and a bad one (freed already,
+/// not the start of a block, its manager gone) stops the process (see HeapManager).
 VANTA_EXPORT void doDelete(void* p, MemoryManager* mm = nullptr);
 
 /// Same as doNew.
@@ -69,9 +70,14 @@ public:
 /// A manager that carves its blocks from a memory pool, writes the managed header before each
 /// payload and keeps count of the payload bytes it has handed out.
 ///
-/// Thread safety: alloc and free may run on several threads (the pool serialises the block
-/// operations and keeps its own counter exact); the manager's counter is an atomic updated without
-/// a lock, exact while one thread at a time uses the manager, approximate otherwise.
+/// Thread safety: alloc and free may run on several threads. Both byte counts (the manager's and
+/// the pool's) change under the pool's lock, so they stay exact however many threads share them.
+///
+/// Every way of freeing a block (free, doDelete, Free, the MemoryObject operators delete, a
+/// HeapBuffer's destructor) checks it before trusting any word of it: the pointer lies in a pool,
+/// is aligned as payloads are and starts a chunk in use whose boundary tags agree, and its header
+/// names a live manager of that pool and a size that fits the chunk. A block that fails stops the
+/// process with "free(): <what>: <pointer>" on standard error, as the C library's free does.
 class VANTA_EXPORT HeapManager : public MemoryManager {
 public:
     /// The pool used by managers built without one: created on first need (a 4 MiB first region),
@@ -87,7 +93,8 @@ public:
     /// A 16-byte aligned payload of size bytes behind a header naming this manager. Null when the
     /// pool is exhausted. Does not block beyond the pool's lock.
     void* alloc(unsigned long size) override;
-    /// Returns a block of this manager (header included) to the pool; null does nothing.
+    /// Returns a block of this manager (header included) to the pool; null does nothing. A block
+    /// that is not a live block of this manager (another manager's too) stops the process.
     void free(void* p) override;
     /// Calls alloc(size): payloads already have the pool's 16-byte alignment; larger alignments
     /// are not applied.
@@ -110,7 +117,8 @@ public:
     static unsigned long sizeOf(const void* payload);
 
 private:
-    std::atomic<unsigned long> mAllocatedSize{0};
+    friend class MemoryPool;
+    std::atomic<unsigned long> mAllocatedSize{0};  ///< changed under the pool's lock
     MemoryPool* mPool;
 };
 

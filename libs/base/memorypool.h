@@ -26,8 +26,13 @@ struct VANTA_EXPORT MMapRange {
 /// Regions are never handed back before the pool is destroyed.
 ///
 /// Thread safety: malloc and free may be called from any thread (the pool's lock serialises them).
-/// The allocated counter is an atomic: heap managers update it under the pool's lock, other users
-/// through addAllocation/subtractAllocation without it.
+/// The allocated count is exact with any number of threads: heap managers change their part under
+/// the pool's lock they hold for the block anyway, addAllocation/subtractAllocation theirs with an
+/// atomic add.
+///
+/// Every free checks the block first and stops the process with "free(): <what>: <pointer>" on
+/// standard error when it is not a block of this pool in use (see HeapManager::free for managed
+/// blocks).
 class VANTA_EXPORT MemoryPool : public MemoryObject {
 public:
     /// Maps a first region of initialSize bytes and builds the arena on it. If the system refuses
@@ -42,10 +47,13 @@ public:
     /// A 16-byte aligned block of at least size bytes; null when the arena cannot obtain memory.
     /// Takes the pool's lock, waiting without limit. The caller owns the block until free.
     void* malloc(unsigned long size);
-    /// Returns a block of this pool (null does nothing). Takes the pool's lock.
+    /// Returns a block of this pool (null does nothing). Takes the pool's lock. Stops the process
+    /// when p is not a block of this pool in use (misaligned, outside the pool, freed already, or
+    /// with damaged boundary tags).
     void free(void* p);
 
-    /// The payload bytes the pool's users report (HeapManager); malloc and free do not touch it.
+    /// Adds to the payload bytes the pool's users report; malloc and free do not touch the count,
+    /// and heap managers count their blocks themselves.
     void addAllocation(unsigned long size) {
         mAllocated.fetch_add(size, std::memory_order_relaxed);
     }
@@ -53,8 +61,11 @@ public:
     void subtractAllocation(unsigned long size) {
         mAllocated.fetch_sub(size, std::memory_order_relaxed);
     }
-    /// The bytes reported through add and subtractAllocation.
-    unsigned long getAllocatedMemory() const { return mAllocated.load(std::memory_order_relaxed); }
+    /// The payload bytes of the live blocks of this pool's heap managers, plus what was reported
+    /// through add and subtractAllocation.
+    unsigned long getAllocatedMemory() const {
+        return mManaged.load(std::memory_order_relaxed) + mAllocated.load(std::memory_order_relaxed);
+    }
 
     /// The name given at construction.
     QString getName() const { return mName; }
@@ -71,9 +82,12 @@ public:
     /// False with a description in *why when the heap is damaged or the pool has no arena.
     bool checkHeap(std::string* why = nullptr);
 
-    /// True when p lies inside a region of any live pool: a linear scan of the process-wide region
-    /// list under its lock. False before that list exists.
+    /// True when p lies inside a region of any live pool. Takes no lock: a bisection of the
+    /// process-wide region list (kept in address order), which writers publish whole. False
+    /// before that list exists.
     static bool isPointerFromPool(void* p);
+    /// The live pool whose region holds p, or null; found as isPointerFromPool finds it.
+    static MemoryPool* poolOf(const void* p);
     /// A snapshot of the process-wide region list, for tests.
     static std::vector<MMapRange> allRanges();
 
@@ -91,17 +105,27 @@ public:
 
 private:
     friend class HeapManager;
-    /// malloc and free for heap managers: the allocated counter changes under the pool's lock
-    /// already taken for the block, so it stays exact without an atomic read-modify-write.
-    void* mallocCounted(unsigned long size, unsigned long payload);
-    void freeCounted(void* p, unsigned long payload);
+    friend void doDelete(void*, MemoryManager*);
+    // Managed blocks (memorypool_p.h). allocManaged takes the lock, carves a block with its
+    // header naming manager and counts it; lockBlock takes the lock and returns the manager of
+    // a checked block, keeping the lock; releaseBlock frees it and lets the lock go.
+    void* allocManaged(HeapManager* manager, unsigned long size);
+    HeapManager* lockBlock(void* payload);
+    void releaseBlock(HeapManager* owner, void* payload);
+    void unlock();
+    void addManager(HeapManager* manager);
+    void removeManager(HeapManager* manager);
+    bool hasManager(const MemoryManager* manager);
     void record(void* base, unsigned long size);
 
     QString mName;
     long volatile mRefCount = 1;  ///< atomic through TestThenAdd
-    std::atomic<unsigned long> mAllocated{0};
+    std::atomic<unsigned long> mAllocated{0};  ///< add/subtractAllocation, atomic adds
+    std::atomic<unsigned long> mManaged{0};    ///< heap managers' blocks, changed under mLock
     void* mArena = nullptr;       ///< guarded by mLock
     SpinLock mLock{0};
+    std::vector<const MemoryManager*> mManagers;  ///< in address order; guarded by mLock
+    const MemoryManager* mLastOwner = nullptr;    ///< found last by lockBlock; guarded by mLock
     std::vector<MMapRange> mRanges;  ///< guarded by the process-wide region lock
 };
 
