@@ -1,6 +1,6 @@
 # `make package`: Debian packages in Debian's split, built by CPack from the install components.
-#   libvantabase4          runtime   the core library (SONAME libvantabase.so.4) and its resources
-#   libvantabase-widgets4  widgets   the widgets library (SONAME libvantabase-widgets.so.4)
+#   libvantabase5          runtime   the core library (SONAME libvantabase.so.5) and its resources
+#   libvantabase-widgets5  widgets   the widgets library (SONAME libvantabase-widgets.so.5)
 #   libvantabase-dev       dev       headers, .so links, the CMake package, the pkg-config files
 #   vanta                  tool      the vanta program, its manual page, its bash completion
 # Every package carries its copyright file and changelog; the library packages carry shlibs and
