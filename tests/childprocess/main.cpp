@@ -33,6 +33,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 
 namespace {
@@ -48,6 +49,9 @@ public:
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Dies with the suite that started it, even while stopped: a suite killed by a signal
+    // (a time-out) must not leave a saver running or stopped for ever.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (argc == 3 && std::strcmp(argv[1], "save") == 0) {
         QSettings settings(QString::fromLocal8Bit(argv[2]), QSettings::IniFormat);
         // Large enough that a save takes a while, so kills often land inside one.
