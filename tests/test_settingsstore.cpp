@@ -27,6 +27,7 @@
 #include <chrono>
 #include <cstdio>
 #include <memory>
+#include <string>
 #include <thread>
 
 namespace {
@@ -349,22 +350,39 @@ TEST_F(SettingsStoreTest, AWriteCutShortByAFullDiskLeavesTheFileAsItWas) {
     }
 }
 
-TEST_F(SettingsStoreTest, FailedSaveIsReported) {
-    // A settings file whose folder is a plain file can be neither created nor written.
+TEST_F(SettingsStoreTest, FailedSavesAreReportedWithTheirCause) {
+    // A settings file whose folder is a plain file can be neither created nor written; one whose
+    // section header is never closed cannot be read.
     plant(dir + QStringLiteral("/blocked"), "");
-    QSettings settings(dir + QStringLiteral("/blocked/app.conf"), QSettings::IniFormat);
-    FILE* log = std::tmpfile();
-    ASSERT_NE(log, nullptr);
-    FILE* const oldLog = vanta::LM_ERROR;
-    vanta::LM_ERROR = log;
-    EXPECT_EQ(vanta::saveSettings(settings, [](QSettings& s) { s.setValue("count", 1); }),
-              QSettings::AccessError);
-    vanta::LM_ERROR = oldLog;
-    char line[512] = {};
-    std::rewind(log);
-    EXPECT_NE(std::fgets(line, sizeof line, log), nullptr);
-    std::fclose(log);
-    EXPECT_NE(QString::fromUtf8(line).indexOf(QStringLiteral("blocked/app.conf")), -1) << line;
+    plant(file, "[General\ncount=1\n");
+    const struct {
+        QString path;
+        QSettings::Status status;
+        const char* cause;
+    } rows[] = {
+        {dir + QStringLiteral("/blocked/app.conf"), QSettings::AccessError, "access error"},
+        {file, QSettings::FormatError, "format error"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.cause);
+        QSettings settings(row.path, QSettings::IniFormat);
+        FILE* log = std::tmpfile();
+        ASSERT_NE(log, nullptr);
+        FILE* const oldLog = vanta::LM_ERROR;
+        vanta::LM_ERROR = log;
+        EXPECT_EQ(vanta::saveSettings(settings, [](QSettings& s) { s.setValue("count", 2); }),
+                  row.status);
+        vanta::LM_ERROR = oldLog;
+        char text[512] = {};
+        std::rewind(log);
+        const size_t length = std::fread(text, 1, sizeof text - 1, log);
+        std::fclose(log);
+        EXPECT_EQ(std::string(text, length),
+                  QStringLiteral("%1: settings not saved to %2 (%3)\n")
+                      .arg(vanta::System::sCurFrame)
+                      .arg(row.path, QLatin1String(row.cause))
+                      .toStdString());
+    }
 }
 
 TEST(MemoryMessageWithoutWidgets, CannotShowTheDialog) {
