@@ -178,6 +178,36 @@ TEST_F(SettingsStoreTest, OnlyTheTemporaryOfAnInterruptedSaveIsRemoved) {
     EXPECT_EQ(onDisk(), "5");
 }
 
+TEST_F(SettingsStoreTest, AnOrphanIsATemporaryMadeWithinTheWindowOfTheInterruptedSave) {
+    // The guard's record of a save that never finished names only when it began.
+    const QString guardPath = vanta::settingsGuardPath(file);
+    ASSERT_FALSE(guardPath.isEmpty());
+    const QString temporary = dir + QStringLiteral("/app.conf.Qx7Zp2");
+    const struct {
+        qint64 madeAfterBeginMs;  // by its status-change time
+        bool removed;
+    } rows[] = {
+        {0, true},
+        {vanta::kOrphanWindowMs, true},
+        {vanta::kOrphanWindowMs + 1, false},
+        {-1000, true},  // file times come from a coarser clock: a second of slack before
+        {-1001, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.madeAfterBeginMs);
+        plant(temporary, "partial");
+        struct stat st;
+        ASSERT_EQ(::lstat(QFile::encodeName(temporary).constData(), &st), 0);
+        const qint64 made = qint64(st.st_ctim.tv_sec) * 1000 + st.st_ctim.tv_nsec / 1000000;
+        plant(guardPath, QByteArray::number(made - row.madeAfterBeginMs));
+        QSettings::Status status = QSettings::FormatError;
+        timedSave(1, &status);
+        EXPECT_EQ(status, QSettings::NoError);
+        EXPECT_EQ(QFile::exists(temporary), !row.removed);
+        QFile::remove(temporary);
+    }
+}
+
 TEST_F(SettingsStoreTest, AStoppedLockHolderFailsSavesInTimeAndTheValueStaysInMemory) {
     // The holder locks the application's own settings, which the first-run check saves to.
     const QString appFile = std::unique_ptr<QSettings>(VersionInfo::createUserAppSettings())
