@@ -278,26 +278,45 @@ TEST_F(SettingsStoreTest, AStoppedSaverNeverBlocksTheNextForLong) {
 TEST_F(SettingsStoreTest, ALiveSaversGuardIsWaitedForWithinTheLimit) {
     const QString guardPath = vanta::settingsGuardPath(file);
     ASSERT_FALSE(guardPath.isEmpty());
-    for (const bool released : {true, false}) {
-        SCOPED_TRACE(released ? "released after 300 ms" : "held throughout");
+    const struct {
+        bool released;  // after 300 ms, else held throughout
+        bool noStandardInput;  // so that the saver's guard is descriptor 0
+    } rows[] = {{true, false}, {false, false}, {true, true}, {false, true}};
+    int value = 0;
+    QString saved;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(::testing::Message() << "released " << row.released << ", no standard input "
+                                          << row.noStandardInput);
         // A second open file takes its own flock, even in this process.
         const int guard = ::open(QFile::encodeName(guardPath).constData(),
                                  O_RDWR | O_CREAT | O_CLOEXEC, 0600);
         ASSERT_GE(guard, 0);
         ASSERT_EQ(::flock(guard, LOCK_EX), 0);
+        const int input = row.noStandardInput ? ::fcntl(0, F_DUPFD_CLOEXEC, 3) : -1;
+        if (row.noStandardInput)
+            ::close(0);
         std::thread holder([&] {
-            if (released) {
+            if (row.released) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(300));
                 ::close(guard);
             }
         });
         QSettings::Status status = QSettings::FormatError;
-        EXPECT_LT(timedSave(released ? 1 : 2, &status), kGiveUpMs);
+        EXPECT_LT(timedSave(++value, &status), kGiveUpMs);
         holder.join();
-        if (!released)
+        if (!row.released)
             ::close(guard);
-        EXPECT_EQ(status, released ? QSettings::NoError : QSettings::AccessError);
-        EXPECT_EQ(onDisk(), "1");
+        if (row.noStandardInput) {
+            EXPECT_EQ(::fcntl(0, F_GETFD), -1) << "the saver keeps its guard open";
+            if (input >= 0) {
+                ::dup2(input, 0);
+                ::close(input);
+            }
+        }
+        EXPECT_EQ(status, row.released ? QSettings::NoError : QSettings::AccessError);
+        if (row.released)
+            saved = QString::number(value);
+        EXPECT_EQ(onDisk(), saved);
     }
 }
 
