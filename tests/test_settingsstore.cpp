@@ -380,17 +380,23 @@ TEST_F(SettingsStoreTest, ALockThatIsNoFileFailsTheSaveAtOnce) {
 
 TEST_F(SettingsStoreTest, AWriteCutShortByAFullDiskLeavesTheFileAsItWas) {
     // The store renames a temporary it could not write whole into place and reports success.
-    for (const bool existed : {true, false}) {
-        SCOPED_TRACE(existed ? "over a file" : "no file before");
+    const struct {
+        bool existed;
+        int takenNames;  // names the copy of the file as it was tries before one is free
+    } rows[] = {{true, 0}, {false, 0}, {true, 3}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(::testing::Message() << (row.existed ? "over a file" : "no file before")
+                                          << ", names taken " << row.takenNames);
         QFile::remove(file);
-        if (existed)
+        if (row.existed)
             plant(file, "[General]\ncount=7\n");
         QProcess saver;
-        saver.start(QStringLiteral(VANTA_CHILD_PROCESS), {"fullsave", file});
+        saver.start(QStringLiteral(VANTA_CHILD_PROCESS),
+                    {"fullsave", file, QString::number(row.takenNames)});
         ASSERT_TRUE(saver.waitForFinished(10000));
         EXPECT_EQ(saver.readAllStandardOutput().trimmed(),
                   QByteArray::number(int(QSettings::AccessError)));
-        if (existed) {
+        if (row.existed) {
             EXPECT_EQ(contentOf(file), "[General]\ncount=7\n");
         } else {
             EXPECT_FALSE(QFile::exists(file));
