@@ -379,6 +379,30 @@ TEST_F(Xml, ValuesStayIndependentAndOutliveTheirTree) {
     EXPECT_EQ(last, expected.last() + QString(500, u'z'));
 }
 
+TEST_F(Xml, ShortValuesShareTheirStorageAcrossManyChunks) {
+    // Thousands of short values fill chunk after chunk; each value is in a chunk with the value
+    // before or after it (the last may open a chunk of its own), never alone in an allocation.
+    QStringList expected;
+    QByteArray document = "<r>";
+    for (int i = 0; i < 4000; ++i) {
+        expected << QString::number(i) + QString(i % 40, QChar(u'a' + i % 26));
+        document += "<v>" + expected.last().toLatin1() + "</v>";
+    }
+    QStringList values;
+    {
+        XmlReader reader(writeDocument(document + "</r>"));
+        ASSERT_FALSE(reader.getErrorsOccurred());
+        for (const XmlNode* v = reader.getRootNode()->getFirstChild(); v; v = v->getNextSibling())
+            values << v->getValue();
+    }
+    ASSERT_EQ(values, expected);
+    for (qsizetype i = 0; i + 1 < values.size(); ++i) {
+        EXPECT_TRUE(values[i].isSharedWith(values[i + 1]) ||
+                    (i > 0 && values[i].isSharedWith(values[i - 1])))
+            << "value " << i << " has an allocation of its own";
+    }
+}
+
 TEST_F(Xml, CopiedReadersOwnIndependentTrees) {
     XmlReader original(writeDocument("<r><a>1</a><b><c>2</c></b></r>"));
     XmlReader copy(original);
