@@ -27,6 +27,7 @@
 #include <chrono>
 #include <cstdio>
 #include <memory>
+#include <string>
 #include <thread>
 
 namespace {
@@ -177,6 +178,36 @@ TEST_F(SettingsStoreTest, OnlyTheTemporaryOfAnInterruptedSaveIsRemoved) {
     EXPECT_EQ(onDisk(), "5");
 }
 
+TEST_F(SettingsStoreTest, AnOrphanIsATemporaryMadeWithinTheWindowOfTheInterruptedSave) {
+    // The guard's record of a save that never finished names only when it began.
+    const QString guardPath = vanta::settingsGuardPath(file);
+    ASSERT_FALSE(guardPath.isEmpty());
+    const QString temporary = dir + QStringLiteral("/app.conf.Qx7Zp2");
+    const struct {
+        qint64 madeAfterBeginMs;  // by its status-change time
+        bool removed;
+    } rows[] = {
+        {0, true},
+        {vanta::kOrphanWindowMs, true},
+        {vanta::kOrphanWindowMs + 1, false},
+        {-1000, true},  // file times come from a coarser clock: a second of slack before
+        {-1001, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.madeAfterBeginMs);
+        plant(temporary, "partial");
+        struct stat st;
+        ASSERT_EQ(::lstat(QFile::encodeName(temporary).constData(), &st), 0);
+        const qint64 made = qint64(st.st_ctim.tv_sec) * 1000 + st.st_ctim.tv_nsec / 1000000;
+        plant(guardPath, QByteArray::number(made - row.madeAfterBeginMs));
+        QSettings::Status status = QSettings::FormatError;
+        timedSave(1, &status);
+        EXPECT_EQ(status, QSettings::NoError);
+        EXPECT_EQ(QFile::exists(temporary), !row.removed);
+        QFile::remove(temporary);
+    }
+}
+
 TEST_F(SettingsStoreTest, AStoppedLockHolderFailsSavesInTimeAndTheValueStaysInMemory) {
     // The holder locks the application's own settings, which the first-run check saves to.
     const QString appFile = std::unique_ptr<QSettings>(VersionInfo::createUserAppSettings())
@@ -247,26 +278,45 @@ TEST_F(SettingsStoreTest, AStoppedSaverNeverBlocksTheNextForLong) {
 TEST_F(SettingsStoreTest, ALiveSaversGuardIsWaitedForWithinTheLimit) {
     const QString guardPath = vanta::settingsGuardPath(file);
     ASSERT_FALSE(guardPath.isEmpty());
-    for (const bool released : {true, false}) {
-        SCOPED_TRACE(released ? "released after 300 ms" : "held throughout");
+    const struct {
+        bool released;  // after 300 ms, else held throughout
+        bool noStandardInput;  // so that the saver's guard is descriptor 0
+    } rows[] = {{true, false}, {false, false}, {true, true}, {false, true}};
+    int value = 0;
+    QString saved;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(::testing::Message() << "released " << row.released << ", no standard input "
+                                          << row.noStandardInput);
         // A second open file takes its own flock, even in this process.
         const int guard = ::open(QFile::encodeName(guardPath).constData(),
                                  O_RDWR | O_CREAT | O_CLOEXEC, 0600);
         ASSERT_GE(guard, 0);
         ASSERT_EQ(::flock(guard, LOCK_EX), 0);
+        const int input = row.noStandardInput ? ::fcntl(0, F_DUPFD_CLOEXEC, 3) : -1;
+        if (row.noStandardInput)
+            ::close(0);
         std::thread holder([&] {
-            if (released) {
+            if (row.released) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(300));
                 ::close(guard);
             }
         });
         QSettings::Status status = QSettings::FormatError;
-        EXPECT_LT(timedSave(released ? 1 : 2, &status), kGiveUpMs);
+        EXPECT_LT(timedSave(++value, &status), kGiveUpMs);
         holder.join();
-        if (!released)
+        if (!row.released)
             ::close(guard);
-        EXPECT_EQ(status, released ? QSettings::NoError : QSettings::AccessError);
-        EXPECT_EQ(onDisk(), "1");
+        if (row.noStandardInput) {
+            EXPECT_EQ(::fcntl(0, F_GETFD), -1) << "the saver keeps its guard open";
+            if (input >= 0) {
+                ::dup2(input, 0);
+                ::close(input);
+            }
+        }
+        EXPECT_EQ(status, row.released ? QSettings::NoError : QSettings::AccessError);
+        if (row.released)
+            saved = QString::number(value);
+        EXPECT_EQ(onDisk(), saved);
     }
 }
 
@@ -330,17 +380,23 @@ TEST_F(SettingsStoreTest, ALockThatIsNoFileFailsTheSaveAtOnce) {
 
 TEST_F(SettingsStoreTest, AWriteCutShortByAFullDiskLeavesTheFileAsItWas) {
     // The store renames a temporary it could not write whole into place and reports success.
-    for (const bool existed : {true, false}) {
-        SCOPED_TRACE(existed ? "over a file" : "no file before");
+    const struct {
+        bool existed;
+        int takenNames;  // names the copy of the file as it was tries before one is free
+    } rows[] = {{true, 0}, {false, 0}, {true, 3}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(::testing::Message() << (row.existed ? "over a file" : "no file before")
+                                          << ", names taken " << row.takenNames);
         QFile::remove(file);
-        if (existed)
+        if (row.existed)
             plant(file, "[General]\ncount=7\n");
         QProcess saver;
-        saver.start(QStringLiteral(VANTA_CHILD_PROCESS), {"fullsave", file});
+        saver.start(QStringLiteral(VANTA_CHILD_PROCESS),
+                    {"fullsave", file, QString::number(row.takenNames)});
         ASSERT_TRUE(saver.waitForFinished(10000));
         EXPECT_EQ(saver.readAllStandardOutput().trimmed(),
                   QByteArray::number(int(QSettings::AccessError)));
-        if (existed) {
+        if (row.existed) {
             EXPECT_EQ(contentOf(file), "[General]\ncount=7\n");
         } else {
             EXPECT_FALSE(QFile::exists(file));
@@ -349,22 +405,39 @@ TEST_F(SettingsStoreTest, AWriteCutShortByAFullDiskLeavesTheFileAsItWas) {
     }
 }
 
-TEST_F(SettingsStoreTest, FailedSaveIsReported) {
-    // A settings file whose folder is a plain file can be neither created nor written.
+TEST_F(SettingsStoreTest, FailedSavesAreReportedWithTheirCause) {
+    // A settings file whose folder is a plain file can be neither created nor written; one whose
+    // section header is never closed cannot be read.
     plant(dir + QStringLiteral("/blocked"), "");
-    QSettings settings(dir + QStringLiteral("/blocked/app.conf"), QSettings::IniFormat);
-    FILE* log = std::tmpfile();
-    ASSERT_NE(log, nullptr);
-    FILE* const oldLog = vanta::LM_ERROR;
-    vanta::LM_ERROR = log;
-    EXPECT_EQ(vanta::saveSettings(settings, [](QSettings& s) { s.setValue("count", 1); }),
-              QSettings::AccessError);
-    vanta::LM_ERROR = oldLog;
-    char line[512] = {};
-    std::rewind(log);
-    EXPECT_NE(std::fgets(line, sizeof line, log), nullptr);
-    std::fclose(log);
-    EXPECT_NE(QString::fromUtf8(line).indexOf(QStringLiteral("blocked/app.conf")), -1) << line;
+    plant(file, "[General\ncount=1\n");
+    const struct {
+        QString path;
+        QSettings::Status status;
+        const char* cause;
+    } rows[] = {
+        {dir + QStringLiteral("/blocked/app.conf"), QSettings::AccessError, "access error"},
+        {file, QSettings::FormatError, "format error"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.cause);
+        QSettings settings(row.path, QSettings::IniFormat);
+        FILE* log = std::tmpfile();
+        ASSERT_NE(log, nullptr);
+        FILE* const oldLog = vanta::LM_ERROR;
+        vanta::LM_ERROR = log;
+        EXPECT_EQ(vanta::saveSettings(settings, [](QSettings& s) { s.setValue("count", 2); }),
+                  row.status);
+        vanta::LM_ERROR = oldLog;
+        char text[512] = {};
+        std::rewind(log);
+        const size_t length = std::fread(text, 1, sizeof text - 1, log);
+        std::fclose(log);
+        EXPECT_EQ(std::string(text, length),
+                  QStringLiteral("%1: settings not saved to %2 (%3)\n")
+                      .arg(vanta::System::sCurFrame)
+                      .arg(row.path, QLatin1String(row.cause))
+                      .toStdString());
+    }
 }
 
 TEST(MemoryMessageWithoutWidgets, CannotShowTheDialog) {

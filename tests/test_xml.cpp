@@ -348,22 +348,39 @@ TEST_F(Xml, RefusesDocumentsWithMoreElementsOrNamesThanTheLimits) {
     }
 }
 
+namespace {
+
+// "i" followed by i % cycle letters, for each i below count.
+QStringList numberedValues(int count, int cycle) {
+    QStringList values;
+    for (int i = 0; i < count; ++i)
+        values << QString::number(i) + QString(i % cycle, QChar(u'a' + i % 26));
+    return values;
+}
+
+// The values a reader gives for a document of one element per value (blanks around each, which
+// reading trims), read back after the reader and its tree are gone.
+QStringList readBack(const QStringList& values) {
+    QByteArray document = "<r>";
+    for (const QString& value : values)
+        document += "<v> " + value.toLatin1() + " </v>";
+    XmlReader reader(writeDocument(document + "</r>"));
+    EXPECT_FALSE(reader.getErrorsOccurred()) << errorOf(reader);
+    QStringList read;
+    if (reader.getRootNode()) {
+        for (const XmlNode* v = reader.getRootNode()->getFirstChild(); v; v = v->getNextSibling())
+            read << v->getValue();
+    }
+    return read;
+}
+
+}  // namespace
+
 TEST_F(Xml, ValuesStayIndependentAndOutliveTheirTree) {
     // Values of every length around the sizes where storage changes, enough to fill several
     // chunks of shared storage.
-    QStringList expected;
-    QByteArray document = "<r>";
-    for (int i = 0; i < 3000; ++i) {
-        expected << QString::number(i) + QString(i % 300, QChar(u'a' + i % 26));
-        document += "<v> " + expected.last().toLatin1() + " </v>";
-    }
-    QStringList values;
-    {
-        XmlReader reader(writeDocument(document + "</r>"));
-        ASSERT_FALSE(reader.getErrorsOccurred());
-        for (const XmlNode* v = reader.getRootNode()->getFirstChild(); v; v = v->getNextSibling())
-            values << v->getValue();
-    }
+    const QStringList expected = numberedValues(3000, 300);
+    QStringList values = readBack(expected);
     ASSERT_EQ(values, expected);
     for (const QString& value : values)
         ASSERT_EQ(value.utf16()[value.size()], 0) << value.toStdString();
@@ -377,6 +394,19 @@ TEST_F(Xml, ValuesStayIndependentAndOutliveTheirTree) {
     values.clear();
     last.append(QString(500, u'z'));
     EXPECT_EQ(last, expected.last() + QString(500, u'z'));
+}
+
+TEST_F(Xml, ShortValuesShareTheirStorageAcrossManyChunks) {
+    // Thousands of short values fill chunk after chunk; each value is in a chunk with the value
+    // before or after it (the last may open a chunk of its own), never alone in an allocation.
+    const QStringList expected = numberedValues(4000, 40);
+    const QStringList values = readBack(expected);
+    ASSERT_EQ(values, expected);
+    for (qsizetype i = 0; i + 1 < values.size(); ++i) {
+        EXPECT_TRUE(values[i].isSharedWith(values[i + 1]) ||
+                    (i > 0 && values[i].isSharedWith(values[i - 1])))
+            << "value " << i << " has an allocation of its own";
+    }
 }
 
 TEST_F(Xml, CopiedReadersOwnIndependentTrees) {

@@ -8,8 +8,9 @@
 //                                its standard input ends (the suite stops it meanwhile)
 //   childprocess crashsave FILE starts saving FILE, makes a file shaped like the store's
 //                                temporary, as the store would, and is killed (SIGKILL) there
-//   childprocess fullsave FILE  saves 64 KiB to FILE with files limited to 16 KiB, as on a
-//                                full disk, and prints the status
+//   childprocess fullsave FILE [TAKEN]  saves 64 KiB to FILE with files limited to 16 KiB, as on
+//                                a full disk, and prints the status; the first TAKEN hard links
+//                                made find their new name already taken
 //   childprocess message        shows the low-memory message without any Qt application object
 //                                and prints the answer code
 //   childprocess pixmap BIN NAME  with install path BIN, extracts the PNG resource NAME under a
@@ -30,9 +31,12 @@
 #include <QThread>
 #include <QString>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 
@@ -46,7 +50,20 @@ public:
     void executeAsync(vanta::Timer::SyncMethod& m) override { m.execute(); }
 };
 
+int takenLinkNames = 0;
+
 }  // namespace
+
+// Replaces the C library's link() for the library too, so that a clash of names, which random
+// names make too rare to meet, can be had on demand.
+extern "C" int link(const char* from, const char* to) {
+    if (takenLinkNames > 0) {
+        --takenLinkNames;
+        errno = EEXIST;
+        return -1;
+    }
+    return ::linkat(AT_FDCWD, from, AT_FDCWD, to, 0);
+}
 
 int main(int argc, char** argv) {
     // Dies with the suite that started it, even while stopped: a suite killed by a signal
@@ -108,7 +125,8 @@ int main(int argc, char** argv) {
         });
         return 1;
     }
-    if (argc == 3 && std::strcmp(argv[1], "fullsave") == 0) {
+    if ((argc == 3 || argc == 4) && std::strcmp(argv[1], "fullsave") == 0) {
+        takenLinkNames = argc == 4 ? std::atoi(argv[3]) : 0;
         // Files may grow to 16 KiB only, so the 64 KiB save is cut short as on a full disk.
         std::signal(SIGXFSZ, SIG_IGN);
         const rlimit limit{16 * 1024, 16 * 1024};
@@ -146,7 +164,7 @@ int main(int argc, char** argv) {
         return 0;
     }
     std::fprintf(stderr, "usage: childprocess save FILE | read FILE KEY | holdlock FILE"
-                         " | lockwait FILE | crashsave FILE | fullsave FILE | message"
+                         " | lockwait FILE | crashsave FILE | fullsave FILE [TAKEN] | message"
                          " | pixmap BIN NAME | messagebox\n");
     return 2;
 }
